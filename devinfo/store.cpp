@@ -1,0 +1,128 @@
+#include "devinfo/store.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "log/log.h"
+#include "log/unique_fd.h"
+
+namespace {
+
+// Reads until `size` bytes came, end of file or an error. Returns the
+// count, or -1 when the first read failed.
+ssize_t read_full(int fd, void *buf, std::size_t size)
+{
+    auto *p = static_cast<unsigned char *>(buf);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::read(fd, p + done, size - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return done > 0 ? static_cast<ssize_t>(done) : -1;
+        if (n == 0)
+            break;
+        done += static_cast<std::size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+// Writes until `size` bytes went or an error. Returns the count, or -1
+// when the first write failed.
+ssize_t write_full(int fd, const void *buf, std::size_t size)
+{
+    const auto *p = static_cast<const unsigned char *>(buf);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::write(fd, p + done, size - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return done > 0 ? static_cast<ssize_t>(done) : -1;
+        done += static_cast<std::size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+} // namespace
+
+bool store_is_flash(const char *path)
+{
+    return std::strstr(path, "/dev/mtd") != nullptr;
+}
+
+int do_read_dev_mtd(dev_info *rec)
+{
+    log_notice_line(__func__, "enter!");
+    unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
+    if (!fd.ok()) {
+        log_notice(__func__, "device %s open failed\n", kFlashDevice);
+        return -1;
+    }
+    ::lseek(fd.get(), 0, SEEK_SET);
+    const ssize_t n = read_full(fd.get(), rec, sizeof *rec);
+    fd.reset();
+    if (n != static_cast<ssize_t>(sizeof *rec)) {
+        log_notice(__func__, "rd_size = %d err\n", static_cast<int>(n));
+        return -1;
+    }
+    return 0;
+}
+
+int do_write_dev_mtd(const dev_info *rec)
+{
+    unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
+    if (!fd.ok()) {
+        log_notice(__func__, "device %s open failed\n", kFlashDevice);
+        return -1;
+    }
+    ::lseek(fd.get(), 0, SEEK_SET);
+    const ssize_t n = write_full(fd.get(), rec, sizeof *rec);
+    ::fsync(fd.get());
+    fd.reset();
+    if (n != static_cast<ssize_t>(sizeof *rec)) {
+        log_notice(__func__, "wr_size = %d err\n", static_cast<int>(n));
+        return -1;
+    }
+    return 0;
+}
+
+int do_read_file(const char *path, dev_info *rec)
+{
+    unique_fd fd(::open(path, O_RDONLY | O_CLOEXEC));
+    if (!fd.ok()) {
+        log_notice(__func__, "open file %s failed\n", path);
+        return -1;
+    }
+    // A short, empty or failed read is not a failure of the file store.
+    read_full(fd.get(), rec, sizeof *rec);
+    fd.reset();
+    log_notice(__func__, "read device info  file %s success\n", path);
+    return 0;
+}
+
+int do_save_file(const char *path, const dev_info *rec)
+{
+    unique_fd fd(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd.ok()) {
+        log_notice(__func__, "open file %s failed\n", path);
+        return -1;
+    }
+    write_full(fd.get(), rec, sizeof *rec);
+    ::fsync(fd.get());
+    fd.reset();
+    log_notice(__func__, "write device info to  file %s success\n", path);
+    return 0;
+}
+
+int dev_store_read(const char *path, dev_info *rec)
+{
+    return store_is_flash(path) ? do_read_dev_mtd(rec) : do_read_file(path, rec);
+}
+
+int dev_store_save(const char *path, const dev_info *rec)
+{
+    return store_is_flash(path) ? do_write_dev_mtd(rec) : do_save_file(path, rec);
+}

@@ -1,0 +1,36 @@
+// The two stores of the device information record: the raw flash
+// partition and a plain record file. Every operation opens, moves the
+// record and closes again; nothing is cached. Results are 0 for success
+// and -1 for failure; the reason is told only by debug lines.
+#pragma once
+
+#include "devinfo/dev_info.h"
+
+// The flash store is always this partition, whatever else a store path
+// names: the path only selects it.
+constexpr const char kFlashDevice[] = "/dev/mtdblock3";
+
+// True when `path` selects the flash store: it contains "/dev/mtd"
+// anywhere (case-sensitive); otherwise the path names a record file.
+bool store_is_flash(const char *path);
+
+// Reads bytes 0-279 of the partition into `rec`. -1 when it cannot be
+// opened or fewer than 280 bytes came; bytes that did come stay in `rec`.
+int do_read_dev_mtd(dev_info *rec);
+
+// Writes `rec` to bytes 0-279 of the partition and fsyncs it. -1 when it
+// cannot be opened or the write moved other than 280 bytes.
+int do_write_dev_mtd(const dev_info *rec);
+
+// Reads at most 280 bytes of the file at `path` into `rec`. -1 only when
+// the file cannot be opened: a short or failed read still gives 0, and the
+// bytes not delivered keep what the caller put there.
+int do_read_file(const char *path, dev_info *rec);
+
+// Creates (mode 0644) or truncates the file at `path`, writes the 280
+// bytes and fsyncs them. -1 only when the file cannot be opened.
+int do_save_file(const char *path, const dev_info *rec);
+
+// The selection rule over the two stores, for reading and for saving.
+int dev_store_read(const char *path, dev_info *rec);
+int dev_store_save(const char *path, const dev_info *rec);
