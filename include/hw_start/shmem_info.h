@@ -41,10 +41,16 @@ struct shmem_info {
     uint8_t reserved[28];
 };
 
-#ifdef __cplusplus
+#if defined(__cplusplus)
 #define SHMEM_INFO_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define SHMEM_INFO_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#else
+/* Before C11: an array of negative size stops the build instead. */
+#define SHMEM_INFO_CAT_(a, b) a##b
+#define SHMEM_INFO_CAT(a, b) SHMEM_INFO_CAT_(a, b)
+#define SHMEM_INFO_STATIC_ASSERT(cond, msg)                                                        \
+    typedef char SHMEM_INFO_CAT(shmem_info_assert_line_, __LINE__)[(cond) ? 1 : -1]
 #endif
 
 SHMEM_INFO_STATIC_ASSERT(sizeof(struct shmem_info) == SHMEM_INFO_SIZE, "shmem_info is 96 bytes");
@@ -56,16 +62,22 @@ SHMEM_INFO_STATIC_ASSERT(offsetof(struct shmem_info, flag) == 64, "shmem_info.fl
 SHMEM_INFO_STATIC_ASSERT(offsetof(struct shmem_info, reserved) == 68, "shmem_info.reserved offset");
 
 /* Copies the running board's block into *out. Attaches read-only, copies
- * the 96 bytes and detaches. Returns 0, or -1 (errno set) when the
- * segment does not exist, is smaller than 96 bytes or cannot be
- * attached; *out is untouched then. */
+ * the 96 bytes and detaches. Returns 0, or -1 (errno set) when the key
+ * file is missing, the segment does not exist, is smaller than 96 bytes
+ * or cannot be attached; *out is untouched then. */
 static inline int shmem_info_read(struct shmem_info *out)
 {
-    key_t key = ftok(SHMEM_INFO_KEY_PATH, SHMEM_INFO_PROJ_ID);
-    int id = shmget(key, SHMEM_INFO_SIZE, 0);
+    key_t key;
+    int id;
+    void *addr;
+
+    key = ftok(SHMEM_INFO_KEY_PATH, SHMEM_INFO_PROJ_ID);
+    if (key == (key_t)-1)
+        return -1;
+    id = shmget(key, SHMEM_INFO_SIZE, 0);
     if (id < 0)
         return -1;
-    void *addr = shmat(id, NULL, SHM_RDONLY);
+    addr = shmat(id, NULL, SHM_RDONLY);
     if (addr == (void *)-1)
         return -1;
     memcpy(out, addr, SHMEM_INFO_SIZE);
