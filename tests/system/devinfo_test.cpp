@@ -270,7 +270,7 @@ TEST_F(DevinfoTest, ShmAfterABootPrintsWhatHwStartWrote)
     options.before = kPrelude + "devinfo shm >/tmp/pre.out 2>/tmp/pre.err; echo $? >/tmp/pre.rc";
     options.after = "devinfo shm >/tmp/dv.out 2>/tmp/dv.err; echo $? >/tmp/dv.rc;"
                     " devinfo shm --json >/tmp/dv.json;"
-                    " shm_reader_c >/tmp/c.out 2>&1; echo $? >/tmp/c.rc";
+                    " $HW_RUNNER /sbin/shm_reader_c >/tmp/c.out 2>&1; echo $? >/tmp/c.rc";
     board.Boot({}, options);
     ASSERT_TRUE(board.Alive()) << board.Output();
 
