@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "ax630c_qm/gpio.h"
 #include "devinfo/dev_info.h"
@@ -29,6 +30,10 @@ public:
     // Plays the beep pattern of a status code. 0 always.
     virtual int Buzzer(std::int32_t code) = 0;
     virtual ~CDevice() {}
+    // Board objects come from CreateDevice, which takes their memory from
+    // malloc: deleting one through this interface gives it back to free,
+    // never to the C++ runtime's deallocator.
+    static void operator delete(void *p) { std::free(p); }
 };
 
 // Compiled-in constants of the board.
@@ -50,7 +55,7 @@ public:
     CAX620Q();
 
     int CheckDevice() override;
-    int GetGuid(GUID *guid) override;
+    int GetGuid(GUID *out) override;
     int SetDevFile(const char *path) override;
     int ReadDevInfo(dev_info *rec) override;
     int SaveDevInfo(const dev_info *rec) override;

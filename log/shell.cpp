@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -66,9 +65,4 @@ bool format_command(char (&out)[kCommandSize], const char *fmt, ...)
         return false;
     }
     return true;
-}
-
-int run_command(const char *command)
-{
-    return std::system(command);
 }
