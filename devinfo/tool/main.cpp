@@ -155,7 +155,9 @@ struct Positional {
 // Splits the arguments behind the command word into options and
 // positionals; "--" ends the options. Returns -1 when they parsed, 0 when
 // --help was printed, or kExitUsage after a message.
-int parse_args(int argc, char *argv[], const Option *options, std::size_t option_count,
+// One flat pass over the arguments: split up, the option rules would scatter.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity)
+int parse_args(int argc, const char *const argv[], const Option *options, std::size_t option_count,
                const char *help, Positional *pos)
 {
     bool options_done = false;
@@ -686,7 +688,7 @@ int main(int argc, char *argv[])
 {
     const int rc = run(argc, argv);
     // A result that did not reach its reader is no success.
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         diag("cannot write standard output: %s", std::strerror(errno));
         return rc == kExitOk ? kExitProblem : rc;
     }
