@@ -325,14 +325,14 @@ TEST_F(BadInputSaveTest, SavedRecordIsSyncedAndReadsBackWhole)
         "for s in /data/rec.bin /dev/mtdblock3; do\n"
         "  t=/tmp/trace.${s##*/}\n"
         "  e='-qq -e signal=none -e trace=read,write,pwrite64,writev,fsync,fdatasync,ftruncate'\n"
-        "  strace $e -P $s -o $t $HW_RUNNER /sbin/save_record $s /tmp/new.rec\n"
-        "  strace $e -P $s -o $t.r $HW_RUNNER /sbin/read_record $s $t.bin\n"
+        "  strace $e -P $s -o $t $HW_RUNNER /sbin/record_io save $s /tmp/new.rec\n"
+        "  strace $e -P $s -o $t.r $HW_RUNNER /sbin/record_io read $s $t.bin\n"
         "done >/tmp/out 2>&1\n");
     ASSERT_EQ(run.status, 0) << run.err;
 
     const Strings out = Lines(board.Read("/tmp/out"));
-    EXPECT_EQ(std::count(out.begin(), out.end(), "save_record: 0"), 2) << board.Read("/tmp/out");
-    EXPECT_EQ(std::count(out.begin(), out.end(), "read_record: 0"), 2);
+    EXPECT_EQ(std::count(out.begin(), out.end(), "record_io save: 0"), 2) << board.Read("/tmp/out");
+    EXPECT_EQ(std::count(out.begin(), out.end(), "record_io read: 0"), 2);
     EXPECT_FALSE(board.Exists("/config"));
     EXPECT_TRUE(board.Read("/data/rec.bin") == rec) << "one whole record, the old bytes gone";
     EXPECT_TRUE(board.Read("/dev/mtdblock3") == rec + tail) << "the bytes behind it stay";

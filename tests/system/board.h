@@ -54,21 +54,16 @@ struct RunOptions {
     int timeout_s = 60;             // the whole sandbox is killed after this
 };
 
-// Conditions for BootOptions::until, shell tests run inside the sandbox.
-// $HW_PID is the program's pid; hw_alive succeeds while it runs (a zombie
-// counts as ended).
+// The default BootOptions::until.
 inline constexpr const char *kUntilGuiStarted = "[ -e /var/run/gui.args ]";
-inline constexpr const char *kUntilExited = "! hw_alive";
-inline constexpr const char *kUntilNever = "false"; // wait the full wait_s
 
-struct BootOptions {
-    std::vector<std::string> flags;     // extra sandbox flags
-    std::string before;                 // shell run before the program starts
-    std::string after;                  // shell run after the state dump
-    std::string until = kUntilGuiStarted; // polled every 0.1 s
-    double wait_s = 10;                 // polling gives up after this (no error)
-    double settle_s = 0.2;              // then this much more time passes
-    int timeout_s = 60;                 // for the whole sandbox run
+struct BootOptions : RunOptions {
+    std::string before; // shell run before the program starts
+    std::string after;  // shell run after the state dump
+    // Shell test polled every 0.1 s for up to 10 s (no error when it never
+    // succeeds). $HW_PID is the program's pid; hw_alive succeeds while it
+    // runs (a zombie counts as ended).
+    std::string until = kUntilGuiStarted;
 };
 
 class Board {
@@ -78,16 +73,11 @@ public:
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;
 
-    // Why system tests cannot run here ("" when they can): not root, or no
-    // mount/net/ipc/pid namespaces to be had. Probed once per process.
-    static std::string SkipReason();
-
     const std::string &root() const { return root_; }
 
     // Before a run. Parent directories are made as needed.
     void Put(const std::string &path, const std::string &bytes, mode_t mode = 0644);
-    void PutRecord(const std::string &bytes); // the image of /dev/mtdblock3
-    void MakeDir(const std::string &path);
+    void PutRecord(const std::string &bytes) { Put("/dev/mtdblock3", bytes); }
     void Remove(const std::string &path); // file or whole directory
 
     // Runs `script` with /usr/bin/dash -c in a sandbox on this root (so the
@@ -96,10 +86,10 @@ public:
 
     // The standard start: runs options.before, then
     //   hw ARGS >/tmp/hw.out 2>/tmp/hw.err &
-    // polls options.until (writes /tmp/hw.waited "yes"/"no"), waits
-    // settle_s, records whether the program still runs (/tmp/hw.alive
-    // "yes"/"no"; /tmp/hw.status its exit status when it ended) and dumps
-    // the board's state with the host's tools:
+    // polls options.until (writes /tmp/hw.waited "yes"/"no"), waits 0.2 s,
+    // records whether the program still runs (/tmp/hw.alive "yes"/"no";
+    // /tmp/hw.status its exit status when it ended) and dumps the board's
+    // state with the host's tools:
     //   /tmp/eth0.mac      /sys/class/net/eth0/address
     //   /tmp/routes        ip -4 route show table main
     //   /tmp/shm.bin       the identity block's bytes (shm_dump)
@@ -120,14 +110,16 @@ public:
     bool Exists(const std::string &path) const;
 
 private:
-    std::string Host(const std::string &path) const;
-    std::vector<std::string> Command(const std::vector<std::string> &flags,
-                                     const std::string &script) const;
+    std::string Host(const std::string &path) const
+    {
+        return root_ + (path.rfind('/', 0) == 0 ? "" : "/") + path;
+    }
 
     std::string root_;
 };
 
-// Fixture: skips the test (GTEST_SKIP) when Board::SkipReason() says so.
+// Fixture: skips the test (GTEST_SKIP) when system tests cannot run here:
+// not root, or no mount/net/ipc/pid namespaces to be had (probed once).
 class BoardTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -139,8 +131,6 @@ protected:
 std::string MakeRecord(std::uint32_t board_id, const std::string &board_name,
                        const std::string &mac, const std::string &p2p_id = "");
 
-// Splits at NUL bytes; a trailing NUL ends the last item (no empty item).
-std::vector<std::string> SplitNul(const std::string &bytes);
 // Splits into lines without their "\n"; a last line without one counts.
 std::vector<std::string> Lines(const std::string &text);
 // The text quoted as one word for /bin/sh.

@@ -138,11 +138,11 @@ TEST_F(NetworkTest, SaveRestoresGatewayAndMacFile)
                   "hip -4 route flush table all proto boot; hip -6 route flush proto boot\n"
                   "hip route add default via " + kSandboxGw + "\n"
                   "( set -e; " + r.setup + "\n) || echo 'setup failed'\n"
-                  "$HW_RUNNER /sbin/save_record debug " + r.store + " /tmp/" + r.name + ".rec\n"
+                  "$HW_RUNNER /sbin/record_io save debug " + r.store + " /tmp/" + r.name + ".rec\n"
                   "printf 'mac file: '; cat /config/mac\n";
         want.push_back("@@ " + std::string(r.name));
         if (r.store != "/tmp/store.rec") {
-            want.insert(want.end(), {"save_record: -1", "mac file: stale"});
+            want.insert(want.end(), {"record_io save: -1", "mac file: stale"});
             continue;
         }
         for (const std::string &cmd : SetCommands(r.word, r.gw))
@@ -150,7 +150,7 @@ TEST_F(NetworkTest, SaveRestoresGatewayAndMacFile)
         for (const std::string &cmd :
              Strings{"rm /config/mac", "touch /config/mac", "echo " + r.word + " > /config/mac"})
             want.insert(want.end(), {"sh: " + cmd, kTag + "restore_mac_addr:excute " + cmd});
-        want.insert(want.end(), {"save_record: 0", "mac file: " + r.mac});
+        want.insert(want.end(), {"record_io save: 0", "mac file: " + r.mac});
     }
     const RunResult run = board.Run(script);
     EXPECT_EQ(Items(run.out), want) << run.err;

@@ -34,13 +34,15 @@ int fail(const char *what)
 
 int create(key_t key, const char *size_text, const char *mode_text)
 {
-    char *end = nullptr;
-    unsigned long size = std::strtoul(size_text, &end, 0);
-    if (*size_text == '\0' || *end != '\0')
+    char *size_end = nullptr;
+    char *mode_end = nullptr;
+    const unsigned long size = std::strtoul(size_text, &size_end, 0);
+    const unsigned long mode = std::strtoul(mode_text, &mode_end, 8);
+    if (*size_text == '\0' || *size_end != '\0' || *mode_text == '\0' || *mode_end != '\0' ||
+        mode > 0777) {
+        std::fprintf(stderr, "shm_dump: bad SIZE or MODE\n");
         return 2;
-    unsigned long mode = std::strtoul(mode_text, &end, 8);
-    if (*mode_text == '\0' || *end != '\0' || mode > 0777)
-        return 2;
+    }
     int id = shmget(key, size, IPC_CREAT | IPC_EXCL | static_cast<int>(mode));
     if (id == -1)
         return fail("shmget");
@@ -76,20 +78,13 @@ int dump(key_t key, const char *out_path)
 
 int main(int argc, char *argv[])
 {
-    key_t key = ftok(kKeyPath, kProjectId);
-    if (argc >= 2 && std::strcmp(argv[1], "--create") == 0) {
-        if (argc < 3 || argc > 4) {
-            std::fprintf(stderr, "usage: shm_dump --create SIZE [MODE]\n");
-            return 2;
-        }
-        int rc = create(key, argv[2], argc == 4 ? argv[3] : "0604");
-        if (rc == 2)
-            std::fprintf(stderr, "shm_dump: bad SIZE or MODE\n");
-        return rc;
-    }
-    if (argc > 2) {
+    const key_t key = ftok(kKeyPath, kProjectId);
+    const bool creating = argc > 1 && std::strcmp(argv[1], "--create") == 0;
+    if (creating ? argc < 3 || argc > 4 : argc > 2) {
         std::fprintf(stderr, "usage: shm_dump [OUT] | --create SIZE [MODE]\n");
         return 2;
     }
+    if (creating)
+        return create(key, argv[2], argc == 4 ? argv[3] : "0604");
     return dump(key, argc == 2 ? argv[1] : "/tmp/shm.bin");
 }
