@@ -362,6 +362,24 @@ bool read_for_report(const char *store, dev_info *rec, std::size_t *size)
     return true;
 }
 
+// The read-only commands' common part: the optional STORE after `first`
+// positional arguments, checked and read. Returns -1 with the record read,
+// or the exit status to give.
+int report_store(const Positional &pos, int first, const char *help, dev_info *rec,
+                 std::size_t *size, const char **store_out)
+{
+    if (pos.count > first + 1)
+        return usage_error(help, "too many arguments");
+    const char *store = pos.count == first + 1 ? pos.args[first] : kFlashDevice;
+    int rc = 0;
+    if (!store_path_ok(store, help, &rc))
+        return rc;
+    if (!read_for_report(store, rec, size))
+        return kExitProblem;
+    *store_out = store;
+    return -1;
+}
+
 int cmd_show(int argc, char *argv[])
 {
     bool json = false;
@@ -370,16 +388,11 @@ int cmd_show(int argc, char *argv[])
     int rc = parse_args(argc, argv, options, 1, kShowHelp, &pos);
     if (rc >= 0)
         return rc;
-    if (pos.count > 1)
-        return usage_error(kShowHelp, "too many arguments");
-    const char *store = pos.count == 1 ? pos.args[0] : kFlashDevice;
-    if (!store_path_ok(store, kShowHelp, &rc))
-        return rc;
-
     dev_info rec;
     std::size_t size = 0;
-    if (!read_for_report(store, &rec, &size))
-        return kExitProblem;
+    const char *store = nullptr;
+    if ((rc = report_store(pos, 0, kShowHelp, &rec, &size, &store)) >= 0)
+        return rc;
     if (size < kDevInfoSize)
         diag("%s holds %zu bytes, not %zu: the missing bytes show as zero", store_file(store),
              size, kDevInfoSize);
@@ -400,14 +413,11 @@ int cmd_get(int argc, char *argv[])
     Field field;
     if (!find_field(pos.args[0], std::strlen(pos.args[0]), &field))
         return usage_error(kGetHelp, "unknown field '%s'", pos.args[0]);
-    const char *store = pos.count == 2 ? pos.args[1] : kFlashDevice;
-    if (!store_path_ok(store, kGetHelp, &rc))
-        return rc;
-
     dev_info rec;
     std::size_t size = 0;
-    if (!read_for_report(store, &rec, &size))
-        return kExitProblem;
+    const char *store = nullptr;
+    if ((rc = report_store(pos, 1, kGetHelp, &rec, &size, &store)) >= 0)
+        return rc;
     char value[kValueSize];
     format_field(rec, field, value);
     std::printf("%s\n", value);
@@ -420,16 +430,11 @@ int cmd_verify(int argc, char *argv[])
     int rc = parse_args(argc, argv, nullptr, 0, kVerifyHelp, &pos);
     if (rc >= 0)
         return rc;
-    if (pos.count > 1)
-        return usage_error(kVerifyHelp, "too many arguments");
-    const char *store = pos.count == 1 ? pos.args[0] : kFlashDevice;
-    if (!store_path_ok(store, kVerifyHelp, &rc))
-        return rc;
-
     dev_info rec;
     std::size_t size = 0;
-    if (!read_for_report(store, &rec, &size))
-        return kExitProblem;
+    const char *store = nullptr;
+    if ((rc = report_store(pos, 0, kVerifyHelp, &rec, &size, &store)) >= 0)
+        return rc;
     Problems problems;
     check_record(rec, size, true, &problems);
     for (std::size_t i = 0; i < problems.count; ++i)
