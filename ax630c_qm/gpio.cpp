@@ -60,6 +60,22 @@ unique_fd open_mem()
     return fd;
 }
 
+// Opens /dev/mem and maps the page of `address` anew, then hands `access`
+// the register's word for its one 32-bit access. -1, touching nothing,
+// when /dev/mem cannot be opened or mapped.
+template <typename Access>
+int with_register(std::uint32_t address, Access access)
+{
+    const unique_fd fd = open_mem();
+    if (!fd.ok())
+        return -1;
+    const MemPage page(fd.get(), address);
+    if (!page.ok())
+        return -1;
+    access(page.word(address));
+    return 0;
+}
+
 const PinmuxEntry *find_pinmux(std::uint32_t grp, std::uint32_t pin)
 {
     const auto it = std::find_if(PINMUX_TABLE.begin(), PINMUX_TABLE.end(),
@@ -80,28 +96,13 @@ int set_reg_bit(std::uint32_t base, std::uint32_t offset, std::uint32_t bit)
 
 int gpio_read_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t *value)
 {
-    const std::uint32_t address = base + offset;
-    const unique_fd fd = open_mem();
-    if (!fd.ok())
-        return -1;
-    const MemPage page(fd.get(), address);
-    if (!page.ok())
-        return -1;
-    *value = *page.word(address);
-    return 0;
+    return with_register(base + offset,
+                         [value](const volatile std::uint32_t *reg) { *value = *reg; });
 }
 
 int gpio_write_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t value)
 {
-    const std::uint32_t address = base + offset;
-    const unique_fd fd = open_mem();
-    if (!fd.ok())
-        return -1;
-    const MemPage page(fd.get(), address);
-    if (!page.ok())
-        return -1;
-    *page.word(address) = value;
-    return 0;
+    return with_register(base + offset, [value](volatile std::uint32_t *reg) { *reg = value; });
 }
 
 std::uint32_t gpio_line_bit(std::uint32_t grp, std::uint32_t pin)
