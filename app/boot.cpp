@@ -3,7 +3,7 @@
 #include "app/shmem.h"
 #include "app/startup.h"
 #include "log/log.h"
-#include "log/shell.h"
+#include "base/shell.h"
 
 int boot(std::uint32_t run_mode, const dev_info *rec, CDevice *dev)
 {

@@ -10,7 +10,7 @@
 #include "ax630c_qm/signal.h"
 #include "devinfo/store.h"
 #include "log/log.h"
-#include "log/shell.h"
+#include "base/shell.h"
 #include "net/mac.h"
 
 CAX620Q::CAX620Q()

@@ -8,7 +8,7 @@
 #include <sys/types.h>
 
 #include "log/log.h"
-#include "log/unique_fd.h"
+#include "base/unique_fd.h"
 
 const GpioLine *g_signal_line = nullptr;
 

@@ -1,6 +1,6 @@
 # Cross build for the board's 32-bit ARM hard-float userland
 # (g++-arm-linux-gnueabihf):
-#   cmake -S . -B build-armhf -DHW_TESTS=OFF \
+#   cmake -S . -B build-armhf \
 #         -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(HW_CROSS_TRIPLE arm-linux-gnueabihf)

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "log/log.h"
-#include "log/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace {
 

@@ -31,7 +31,7 @@
 #include "app/startup.h"
 #include "ax630c_qm/device.h"
 #include "devinfo/dev_info.h"
-#include "log/shell.h"
+#include "base/shell.h"
 #include "net/mac.h"
 #include "net/route.h"
 #include "shell_words.h"

@@ -16,7 +16,7 @@
 #include <cstring>
 #include <memory>
 
-#include "log/unique_fd.h"
+#include "base/unique_fd.h"
 #include "net/route.h"
 
 namespace

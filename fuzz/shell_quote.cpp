@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "log/shell.h"
+#include "base/shell.h"
 #include "shell_words.h"
 
 namespace

@@ -8,8 +8,8 @@
 #include <sys/socket.h>
 
 #include "log/log.h"
-#include "log/shell.h"
-#include "log/unique_fd.h"
+#include "base/shell.h"
+#include "base/unique_fd.h"
 #include "net/route.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "log/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "log/shell.h"
+#include "base/shell.h"
 
 namespace {
 

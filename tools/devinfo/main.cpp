@@ -17,11 +17,11 @@
 #include "ax630c_qm/device.h"
 #include "devinfo/dev_info.h"
 #include "devinfo/store.h"
-#include "devinfo/tool/fields.h"
-#include "devinfo/tool/report.h"
+#include "tools/devinfo/fields.h"
+#include "tools/devinfo/report.h"
 #include "hw_start/shmem_info.h"
 #include "log/log.h"
-#include "log/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace {
 

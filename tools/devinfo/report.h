@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "devinfo/dev_info.h"
-#include "devinfo/tool/fields.h"
+#include "tools/devinfo/fields.h"
 #include "hw_start/shmem_info.h"
 
 enum class Format { text, json };

@@ -1,4 +1,4 @@
-#include "log/shell.h"
+#include "base/shell.h"
 
 #include <cstdarg>
 #include <cstdio>

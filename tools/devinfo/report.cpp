@@ -1,4 +1,4 @@
-#include "devinfo/tool/report.h"
+#include "tools/devinfo/report.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "devinfo/tool/fields.h"
+#include "tools/devinfo/fields.h"
 
 #include <cstdarg>
 #include <cstdio>

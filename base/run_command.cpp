@@ -1,7 +1,7 @@
 // The one place a command reaches the shell. Kept in a file of its own so
 // that a build which must not start anything (the fuzz targets) links its
 // own run_command in place of this one.
-#include "log/shell.h"
+#include "base/shell.h"
 
 #include <cstdlib>
 
