@@ -60,22 +60,6 @@ unique_fd open_mem()
     return fd;
 }
 
-// Opens /dev/mem and maps the page of `address` anew, then hands `access`
-// the register's word for its one 32-bit access. -1, touching nothing,
-// when /dev/mem cannot be opened or mapped.
-template <typename Access>
-int with_register(std::uint32_t address, Access access)
-{
-    const unique_fd fd = open_mem();
-    if (!fd.ok())
-        return -1;
-    const MemPage page(fd.get(), address);
-    if (!page.ok())
-        return -1;
-    access(page.word(address));
-    return 0;
-}
-
 const PinmuxEntry *find_pinmux(std::uint32_t grp, std::uint32_t pin)
 {
     const auto it = std::find_if(PINMUX_TABLE.begin(), PINMUX_TABLE.end(),
@@ -94,15 +78,32 @@ int set_reg_bit(std::uint32_t base, std::uint32_t offset, std::uint32_t bit)
 
 } // namespace
 
+int devmem_access(std::uint32_t address, bool write, std::uint32_t *value)
+{
+    const unique_fd fd = open_mem();
+    if (!fd.ok())
+        return -1;
+    const MemPage page(fd.get(), address);
+    if (!page.ok())
+        return -1;
+    volatile std::uint32_t *reg = page.word(address);
+    if (write)
+        *reg = *value;
+    else
+        *value = *reg;
+    return 0;
+}
+
+RegisterAccess g_register_access = devmem_access;
+
 int gpio_read_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t *value)
 {
-    return with_register(base + offset,
-                         [value](const volatile std::uint32_t *reg) { *value = *reg; });
+    return g_register_access(base + offset, false, value);
 }
 
 int gpio_write_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t value)
 {
-    return with_register(base + offset, [value](volatile std::uint32_t *reg) { *reg = value; });
+    return g_register_access(base + offset, true, &value);
 }
 
 std::uint32_t gpio_line_bit(std::uint32_t grp, std::uint32_t pin)

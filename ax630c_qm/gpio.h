@@ -43,11 +43,24 @@ static_assert(PINMUX_TABLE.size() == 2, "two known pin functions");
 // The line that signal_set drives; null until the board object exists.
 extern const GpioLine *g_signal_line;
 
-// One 32-bit access to the register at base + offset (rounded down to its
-// word) through a fresh mapping of /dev/mem; 0 on success. -1 after
-// printing "cannot open /dev/mem." when /dev/mem cannot be opened, and -1
-// without a word when it cannot be mapped; no memory is touched then and
-// *value is left as it was.
+// One 32-bit access at a physical address: the word is read into *value,
+// or *value is written to it when `write` is true. 0, or -1 when the
+// register could not be reached (*value then untouched).
+using RegisterAccess = int (*)(std::uint32_t address, bool write, std::uint32_t *value);
+
+// The board's registers: opens /dev/mem, maps the page that holds the
+// address anew, makes the one access to the word that holds it (an
+// unaligned address is rounded down), unmaps and closes. -1 after printing
+// "cannot open /dev/mem." when it cannot be opened, and -1 without a word
+// when it cannot be mapped; no memory is touched then.
+int devmem_access(std::uint32_t address, bool write, std::uint32_t *value);
+
+// The one accessor every register access goes through: devmem_access on
+// the board; a test points it at a buffer of its own.
+extern RegisterAccess g_register_access;
+
+// One 32-bit access to the register at base + offset (computed in 32
+// bits) through g_register_access; its result.
 int gpio_read_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t *value);
 int gpio_write_reg(std::uint32_t base, std::uint32_t offset, std::uint32_t value);
 

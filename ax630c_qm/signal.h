@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "log/log.h"
+
 // Status codes 0 to 12, each five beeps: '0' short, anything else long.
 // The rows are taken as listed, not from a rule.
 constexpr std::array<const char *, 13> kStatusPatterns = {
@@ -23,6 +25,7 @@ constexpr std::uint32_t beep_on_ms(char c)
 }
 
 // Plays `pattern` on the signal line: for each character, on, the beep
-// time, off, the gap. Returns 0 always; timing is kept even when the line
-// cannot be driven. An empty (or null) pattern returns at once.
-int signal_play(const char *pattern);
+// time, off, the gap, each wait through `sleep_ms`. Returns 0 always;
+// timing is kept even when the line cannot be driven. An empty (or null)
+// pattern returns at once.
+int signal_play(const char *pattern, int (*sleep_ms)(std::uint32_t) = msleep);
