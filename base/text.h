@@ -16,9 +16,9 @@ public:
     TextWriter(char *out, std::size_t size);
 
     void put(char c);
-    void append(const char *text);                   // up to its NUL
-    void append(const char *bytes, std::size_t n);   // exactly n bytes
-    void hex(unsigned char byte);                    // two lower-case digits
+    void append(const char *text);                 // up to its NUL
+    void append(const char *bytes, std::size_t n); // exactly n bytes
+    void hex(unsigned char byte);                  // two lower-case digits
 
     std::size_t length() const { return len_; }
 

@@ -6,8 +6,6 @@
 #include <cstring>
 #include <getopt.h>
 
-#include "base/text.h"
-#include "devinfo/dev_info.h"
 #include "ax630c_qm/device.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/help.h"
@@ -96,9 +94,9 @@ int parse_options(int argc, char *argv[], const Option *options, std::size_t cou
     option longopts[kMaxOptions + 2] = {};
     const std::size_t n = count < kMaxOptions ? count : kMaxOptions;
     for (std::size_t i = 0; i < n; ++i)
-        longopts[i] = {options[i].name + 2, options[i].flag != nullptr ? no_argument
-                                                                       : required_argument,
-                       nullptr, kOptionBase + static_cast<int>(i)};
+        longopts[i] = {options[i].name + 2,
+                       options[i].flag != nullptr ? no_argument : required_argument, nullptr,
+                       kOptionBase + static_cast<int>(i)};
     longopts[n] = {"help", no_argument, nullptr, 'h'};
     // optind 0: a full restart of getopt, so every call parses afresh.
     optind = 0;

@@ -137,8 +137,8 @@ int cmd_create(int argc, char *argv[])
     struct stat old;
     if (!missing && (!lock.ok() || ::fstat(lock.get(), &old) != 0))
         return kExitProblem;
-    return save_file(file, missing ? nullptr : &old, rec) == SaveResult::saved ? kExitOk
-                                                                              : kExitProblem;
+    const SaveResult result = save_file(file, missing ? nullptr : &old, rec);
+    return result == SaveResult::saved ? kExitOk : kExitProblem;
 }
 
 int cmd_shm(int argc, char *argv[])
