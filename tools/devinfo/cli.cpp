@@ -66,6 +66,30 @@ int run(int argc, char *argv[])
     return c->run(argc - 1, argv + 1);
 }
 
+// getopt_long's table for `options` (at most kMaxOptions) and --help, in
+// `out`; returns how many of `options` it holds.
+int fill_longopts(const Option *options, std::size_t count, option (&out)[kMaxOptions + 2])
+{
+    int n = 0;
+    for (; n < static_cast<int>(count) && n < static_cast<int>(kMaxOptions); ++n)
+        out[n] = {options[n].name + 2,
+                  options[n].flag != nullptr ? no_argument : required_argument, nullptr,
+                  kOptionBase + n};
+    out[n] = {"help", no_argument, nullptr, 'h'};
+    return n;
+}
+
+// The usage error for what getopt_long returned as `c` ('?' or ':').
+int option_error(int c, char *argv[], const Option *options, int n, const char *help)
+{
+    const int k = optopt - kOptionBase;
+    if (k < 0 || k >= n)
+        return usage_error(help, "unknown option '%s'", argv[optind - 1]);
+    if (c == ':')
+        return usage_error(help, "%s needs a value", options[k].name);
+    return usage_error(help, "%s takes no value", options[k].name);
+}
+
 } // namespace
 
 void diag(const char *fmt, ...)
@@ -92,32 +116,22 @@ int parse_options(int argc, char *argv[], const Option *options, std::size_t cou
                   const char *help, int *first)
 {
     option longopts[kMaxOptions + 2] = {};
-    const std::size_t n = count < kMaxOptions ? count : kMaxOptions;
-    for (std::size_t i = 0; i < n; ++i)
-        longopts[i] = {options[i].name + 2,
-                       options[i].flag != nullptr ? no_argument : required_argument, nullptr,
-                       kOptionBase + static_cast<int>(i)};
-    longopts[n] = {"help", no_argument, nullptr, 'h'};
+    const int n = fill_longopts(options, count, longopts);
     // optind 0: a full restart of getopt, so every call parses afresh.
     optind = 0;
     opterr = 0;
     for (int c; (c = getopt_long(argc, argv, ":h", longopts, nullptr)) != -1;) {
-        const int k = (c == '?' || c == ':' ? optopt : c) - kOptionBase;
-        const Option *opt = k >= 0 && k < static_cast<int>(n) ? &options[k] : nullptr;
         if (c == 'h') {
             std::fputs(help, stdout);
             return 0;
         }
-        if (c == ':')
-            return usage_error(help, "%s needs a value", opt != nullptr ? opt->name : "option");
-        if (c == '?' && opt != nullptr)
-            return usage_error(help, "%s takes no value", opt->name);
-        if (c == '?')
-            return usage_error(help, "unknown option '%s'", argv[optind - 1]);
-        if (opt->flag != nullptr)
-            *opt->flag = true;
+        if (c == '?' || c == ':')
+            return option_error(c, argv, options, n, help);
+        const Option &opt = options[c - kOptionBase];
+        if (opt.flag != nullptr)
+            *opt.flag = true;
         else
-            *opt->value = optarg;
+            *opt.value = optarg;
     }
     *first = optind;
     return -1;
