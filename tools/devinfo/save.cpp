@@ -13,6 +13,7 @@
 #include "base/unique_fd.h"
 #include "devinfo/store.h"
 #include "tools/devinfo/cli.h"
+#include "tools/devinfo/store_io.h"
 
 namespace {
 
@@ -37,30 +38,12 @@ bool write_all(int fd, const void *buf, std::size_t size, off_t offset)
     return true;
 }
 
-// Reads up to `size` bytes at offset 0; the count, or -1 on an error.
-ssize_t read_all(int fd, void *buf, std::size_t size)
-{
-    auto *p = static_cast<unsigned char *>(buf);
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t n = ::pread(fd, p + done, size - done, static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return -1;
-        if (n == 0)
-            break;
-        done += static_cast<std::size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
-}
-
 // Compares what `fd` holds from offset 0 with `rec`; `whole_file` also
 // wants nothing behind it. False after a message.
 bool check_back(int fd, const char *file, const dev_info &rec, bool whole_file)
 {
     unsigned char back[sizeof rec + 1];
-    const ssize_t n = read_all(fd, back, whole_file ? sizeof back : sizeof rec);
+    const ssize_t n = read_at_start(fd, back, whole_file ? sizeof back : sizeof rec);
     if (n < 0) {
         diag("read-back of %s failed: %s", file, std::strerror(errno));
         return false;

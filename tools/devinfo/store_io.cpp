@@ -78,23 +78,32 @@ unique_fd lock_store(const char *store, Access access, bool *missing)
     }
 }
 
+ssize_t read_at_start(int fd, void *buf, std::size_t size)
+{
+    auto *p = static_cast<unsigned char *>(buf);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::pread(fd, p + done, size - done, static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        if (n == 0)
+            break;
+        done += static_cast<std::size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
 bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size)
 {
     std::memset(rec, 0, sizeof *rec);
-    auto *bytes = reinterpret_cast<unsigned char *>(rec);
-    std::size_t got = 0;
-    while (got < sizeof *rec) {
-        const ssize_t n = ::pread(fd, bytes + got, sizeof *rec - got, static_cast<off_t>(got));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0) {
-            diag("cannot read a record from %s: %s", store_file(store), std::strerror(errno));
-            return false;
-        }
-        if (n == 0)
-            break;
-        got += static_cast<std::size_t>(n);
+    const ssize_t n = read_at_start(fd, rec, sizeof *rec);
+    if (n < 0) {
+        diag("cannot read a record from %s: %s", store_file(store), std::strerror(errno));
+        return false;
     }
+    const auto got = static_cast<std::size_t>(n);
     struct stat st;
     const bool file = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     *size = file ? static_cast<std::size_t>(st.st_size) : got;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <sys/types.h>
 
 #include "base/unique_fd.h"
 #include "devinfo/dev_info.h"
@@ -26,6 +27,10 @@ void note_store(const char *store);
 // `missing` given, a record file that does not exist gives empty without
 // a message and sets *missing.
 unique_fd lock_store(const char *store, Access access, bool *missing = nullptr);
+
+// Reads up to `size` bytes from offset 0 of `fd`, until end of file.
+// Returns the count, or -1 (errno set) on an error.
+ssize_t read_at_start(int fd, void *buf, std::size_t size);
 
 // Reads the first 280 bytes of the store open on `fd` into `rec`, which is
 // zero-filled first, so bytes a short file lacks read as zero; *size gets
