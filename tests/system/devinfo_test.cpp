@@ -273,8 +273,9 @@ for s in /tmp/rec /dev/mtdblock3; do
     -e inject=$row; done; done </tmp/calls
   b="--backup /tmp/bak"
 done)sh");
-    // Both: the record read. Saving: the backup (flash) and the record, each written, synced,
-    // renamed and its directory synced, or written in place and synced; then read back.
+    // Per store, unchanged: the record read, nothing else. Changed: the backup (flash) and the
+    // record each written, synced, renamed, the directory synced and read back; or the record
+    // written in place, synced, the page cache dropped and read back.
     EXPECT_EQ(board.Read("/tmp/moves"), "read \nread write fsync rename fsync read read \nread \n"
                                         "read write fsync rename fsync read read write fsync ioctl read \n");
     for (const Str &line : Lines(r.out)) {
