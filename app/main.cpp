@@ -7,6 +7,7 @@
 
 #include "app/args.h"
 #include "app/startup.h"
+#include "base/std_fds.h"
 #include "log/log.h"
 
 namespace {
@@ -58,6 +59,8 @@ void handle_words(int argc, char *argv[])
 
 int main(int argc, char *argv[])
 {
+    // Before anything is opened: no store or socket may become fd 0, 1 or 2.
+    ensure_std_fds();
     // Standard output usually goes to a log file or pipe on the board and
     // the program never exits: nothing may wait in a buffer, and lines
     // must keep their order with what the started commands print.

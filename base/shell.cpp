@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/text.h"
+
 namespace {
 
 bool is_plain(char c)
@@ -22,36 +24,24 @@ bool needs_quotes(const char *text)
     return false;
 }
 
-// Appends `piece` at `len` without ever writing past `size`; keeps the
-// count of what the whole word needs.
-void put(char *out, std::size_t size, std::size_t &len, const char *piece, std::size_t n)
-{
-    for (std::size_t i = 0; i < n; ++i, ++len) {
-        if (len + 1 < size)
-            out[len] = piece[i];
-    }
-}
-
 } // namespace
 
 std::size_t shell_quote(const char *text, char *out, std::size_t out_size)
 {
-    std::size_t len = 0;
+    TextWriter w(out, out_size);
     if (!needs_quotes(text)) {
-        put(out, out_size, len, text, std::strlen(text));
-    } else {
-        put(out, out_size, len, "'", 1);
-        for (const char *p = text; *p != '\0'; ++p) {
-            if (*p == '\'')
-                put(out, out_size, len, "'\\''", 4);
-            else
-                put(out, out_size, len, p, 1);
-        }
-        put(out, out_size, len, "'", 1);
+        w.append(text);
+        return w.length();
     }
-    if (out_size > 0)
-        out[len < out_size ? len : out_size - 1] = '\0';
-    return len;
+    w.put('\'');
+    for (const char *p = text; *p != '\0'; ++p) {
+        if (*p == '\'')
+            w.append("'\\''");
+        else
+            w.put(*p);
+    }
+    w.put('\'');
+    return w.length();
 }
 
 bool format_command(char (&out)[kCommandSize], const char *fmt, ...)

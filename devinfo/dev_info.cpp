@@ -2,13 +2,12 @@
 
 #include <cstring>
 
+#include "base/text.h"
+
 void read_text_field(const char (&field)[kTextFieldSize], char (&out)[kTextFieldSize])
 {
     std::memset(out, 0, sizeof out);
-    const void *nul = std::memchr(field, '\0', sizeof field);
-    if (nul == nullptr)
-        return;
-    std::memcpy(out, field, static_cast<std::size_t>(static_cast<const char *>(nul) - field));
+    std::memcpy(out, field, text_length(field));
 }
 
 void write_text_field(char (&field)[kTextFieldSize], const char *text)

@@ -1,18 +1,19 @@
 // devinfo on the board sandbox: the real binary (as /sbin/devinfo) against
 // record files, the flash partition /dev/mtdblock3, eth0, /config/mac and
-// the shared block a booted hw_start wrote; and a C program reading that
-// block through hw_start/shmem_info.h alone.
+// the shared block a booted hw_start wrote; saves killed or failed at each
+// system call (strace -e inject); and a C program reading that block
+// through hw_start/shmem_info.h alone.
 //
 //   HW_DEVINFO_BIN   the devinfo binary under test (default: this build's)
 #include "board.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -90,7 +91,8 @@ TEST_F(DevinfoTest, CreateThenShowAndGetRoundTripEveryField)
 }
 
 // verify flags each kind of problem on stdout; each refusal and usage error exits with its
-// status and its reason on stderr alone; no store changes.
+// status and its reason on stderr alone; no store changes. A reader's shared lock keeps set and
+// create out. With standard descriptors closed, neither program gets a byte into a store.
 TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
 {
     std::map<Str, Str> stores = {
@@ -114,38 +116,36 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         {"verify /tmp/name32", 1, "board_name: no NUL within its 32 bytes\n"},
         {"verify /tmp/p2p32", 1, "p2p_id: no NUL within its 32 bytes\n"},
         {"set --no-apply /tmp/locked board_id=7", 1, "cannot lock /tmp/locked: another process"},
+        {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1, "cannot lock"},
+        {"set --no-apply /tmp/locked board_id=7 2>&-", 1, ""}, {"set board_id=7 2>&-", 1, ""},
+        {"set --no-apply /tmp/locked board_id=7 <&- >&- 2>&-", 1, ""},
         {"set /tmp/rec mac=02:AA:BB:CC:DD:EE", 1, "mac: \"02:AA:BB:CC:DD:EE\" has upper-case"},
-        {"set /tmp/rec mac=03:00:00:00:00:01", 1, "is a multicast address"},
         {"set /tmp/rec " + ShellQuote("mac=02:aa:bb:cc:dd:ee\x1b[2J"), 1, "ee\\x1b[2J\" is not"},
         // A refused value keeps the whole set out, the good ones before it too.
         {"set /tmp/rec board_id=7 board_name=" + Str(32, 'n'), 1, "32 characters, at most 31 fit"},
         {"set /tmp/rec board_id=4294967296", 1, "\"4294967296\" is not a 32-bit number"},
-        {"set /tmp/rec board_id=0x", 1, "\"0x\" is not a 32-bit number"},
         {"set /tmp/rec guid=" + kGuid + "0", 1, "is not 48 hexadecimal digits"},
         {"set /tmp/bad_magic board_name=X", 1, "magic: 0x0000000000000000"},
         {"set /tmp/short board_name=X", 1, "size: the store holds 279 bytes"},
         // A broken field that set does not replace is refused too.
         {"set /tmp/upper board_name=X", 1, "name the field to replace it"},
         {"set /tmp/none board_name=X", 1, "cannot open /tmp/none"},
-        {"set board_name=X", 1, "refusing to change /dev/mtdblock3:"}, // the default store
+        {"set board_name=X", 1, "cannot lock /dev/mtdblock3"}, // the default store
         {"set /tmp/rec magic_ok=yes", 2, "FIELD is one of guid board_id"},
-        {"set /tmp/rec", 2, "nothing to set"},
         {"set /tmp/rec mac=02:00:00:00:00:09 mac=02:00:00:00:00:08", 2, "mac given twice"},
         {"set --bogus /tmp/rec board_id=1", 2, "unknown option '--bogus'"},
         {"create /dev/mtdblock3 --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1, "selects"},
         {"create /tmp/new --board-id 1 --board-name a --mac 01:00:00:00:00:01", 1, "multicast"},
         {"create /tmp/new --board-id 1 --mac 02:00:00:00:00:01", 2, "--board-name is required"},
-        {"", 2, "usage: devinfo COMMAND"},
-        {"frob", 2, "unknown command 'frob'"},
-        {"get colour /tmp/rec", 2, "unknown field 'colour'"},
-        {"shm x", 2, "shm takes no arguments"},
+        {"", 2, "usage: devinfo COMMAND"}, {"set /tmp/rec", 2, "nothing to set"},
     };
     // verify on a record holding the MAC text: "" for one it accepts, else why not.
     const std::pair<Str, Str> macs[] = {
-        {"fe:ff:ff:ff:ff:ff", ""}, {"00:11:22:33:44:55", ""}, {"", "is empty"},
-        {"02:AB:34:56:78:9A", "has upper-case"}, {"00:00:00:00:00:00", "is the all-zero address"},
-        {"ff:ff:ff:ff:ff:ff", "is the broadcast address"}, {"33:33:00:00:00:01", "is a multicast"},
-        {"02-12-34-56-78-9a", "is not six"}, {"02:12:34:56:78:9a0", "is not six"},
+        {"fe:ff:ff:ff:ff:ff", ""}, {"00:11:22:33:44:55", ""}, {"02:00:00:00:00:00", ""},
+        {"", "is empty"}, {"0A:12:34:56:78:9a", "has upper-case"}, {"02:12:34:56:78:9A", "has upper"},
+        {"00:00:00:00:00:00", "is the all-zero address"}, {"33:33:00:00:00:01", "is a multicast"},
+        {"ff:ff:ff:ff:ff:ff", "is the broadcast address"}, {"02-12:34:56:78:9a", "is not six"},
+        {"02:12:34:56:78-9a", "is not six"}, {"02:12:34:56:78:9a0", "is not six"},
         {"02:12:34:56:78:9g", "is not six"}, {" 2:12:34:56:78:9a", "is not six"}};
     for (const auto &[mac, why] : macs) {
         const Str path = "/tmp/m" + std::to_string(stores.size());
@@ -153,13 +153,19 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         const Str want = why.empty() ? why : "mac: \"" + mac + "\" " + why;
         rows.push_back({"verify " + path, why.empty() ? 0 : 1, want});
     }
-    // All rows in one sandbox, a lock on /tmp/locked held meanwhile.
-    Str script = kPrelude + "flock /tmp/locked sleep 5 & sleep 0.5; mkdir /tmp/o\n";
+    // hw_start boots from either store with descriptors 0, 1 and 2 closed. Then all rows at once,
+    // readers' locks on /tmp/locked and the flash held meanwhile.
+    Str script = kPrelude + R"(for s in /tmp/rec /dev/mtdblock3; do hw debug dev3_file=$s <&- >&- 2>&- &
+  until [ -e /var/run/gui.args ]; do sleep 0.1; done; kill $!; rm /var/run/gui.args; done
+rm /var/log/sh.log; for s in /tmp/locked /dev/mtdblock3; do flock -s $s sleep 60 & done
+sleep 0.5; mkdir /tmp/o
+)";
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const Str o = "/tmp/o/" + std::to_string(i);
-        script += "devinfo " + rows[i].args + " >" + o + ".out 2>" + o + ".err\n";
-        script += "echo $? >" + o + "\n";
+        script += "(devinfo >" + o + ".out 2>" + o + ".err " + rows[i].args + "; echo $? >" + o +
+                  ") & p=\"$p $!\"\n";
     }
+    script += "wait $p\n";
     for (const auto &[path, bytes] : stores)
         board.Put(path, bytes);
     EXPECT_EQ(board.Run(script).status, 0);
@@ -180,7 +186,8 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
 }
 
 // set saves as the board does (eth0, /config/mac, the gateway back) and keeps guid, p2p_id and
-// reserved; --no-apply, --force and the flash store write the record's bytes alone.
+// reserved; --no-apply, --force and the flash store write the record's bytes alone; a set that
+// changes nothing does nothing.
 TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
 {
     const Str tail(744, 'Z'); // the partition is larger than the record
@@ -198,16 +205,20 @@ TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
 
     board.Remove("/config/mac");
     board.Remove("/var/log/sh.log");
-    r = Sh("devinfo set --no-apply /tmp/rec mac=02:00:00:00:cc:dd p2p_id=P2 && devinfo set "
-           "--force --no-apply /tmp/bad_magic board_name=X && devinfo set --no-apply /dev/mtdblock7"
-           " board_name=FLASH && devinfo get board_name && cat /sys/class/net/eth0/address");
-    EXPECT_EQ(r.out, "FLASH\n02:00:00:00:00:01\n");
-    EXPECT_EQ(r.err, "devinfo: /dev/mtdblock7 selects the flash store /dev/mtdblock3\n");
+    // A user who may not write the stores reads them.
+    r = Sh("nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups $HW_RUNNER /sbin/devinfo "
+           "\"$@\"; }\ndevinfo set --no-apply /tmp/rec mac=02:00:00:00:cc:dd p2p_id=P2 && devinfo "
+           "set --force --no-apply /tmp/bad_magic board_name=X && devinfo set --no-apply "
+           "/dev/mtdblock7 board_name=FLASH && nobody get board_name && nobody get board_name "
+           "/tmp/bad_magic && devinfo set /tmp/rec p2p_id=P2 && cat /sys/class/net/eth0/address");
+    EXPECT_EQ(r.out, "FLASH\nX\n02:00:00:00:00:01\n");
+    EXPECT_EQ(r.err, "devinfo: /dev/mtdblock7 selects the flash store /dev/mtdblock3\n"
+                     "devinfo: /tmp/rec unchanged: it holds this record already\n");
     EXPECT_EQ(board.Read("/tmp/rec"), Patch(Patch(want, 68, "02:00:00:00:cc:dd"), 100, "P2"));
     EXPECT_EQ(board.Read("/tmp/bad_magic"), Patch(kRec, 36, "X"));
     EXPECT_EQ(board.Read("/dev/mtdblock3"), Patch(kRec, 36, "FLASH") + tail);
     EXPECT_FALSE(board.Exists("/config/mac"));
-    EXPECT_TRUE(board.ShellLog().empty()) << "--no-apply runs no command";
+    EXPECT_TRUE(board.ShellLog().empty()) << "--no-apply, and a set that changes nothing, run no command";
 }
 
 // devinfo shm and the C reader print the block a boot wrote; before the boot there is none.
@@ -223,14 +234,8 @@ TEST_F(DevinfoTest, ShmAfterABootPrintsWhatHwStartWrote)
     EXPECT_EQ(board.Read("/tmp/pre.out"), "1\n");
     EXPECT_NE(board.Read("/tmp/pre.err").find("no shared identity block"), Str::npos);
 
-    const Str shm = board.Read("/tmp/shm.bin");
-    ASSERT_EQ(shm.size(), 96u) << board.Read("/tmp/shm.info");
-    Str guid; // bytes 4-27 of the block, whatever hw_start put there
-    for (int i = 4; i < 28; ++i) {
-        char hex[3];
-        std::snprintf(hex, sizeof hex, "%02x", static_cast<unsigned char>(shm[i]));
-        guid += hex;
-    }
+    ASSERT_EQ(board.Read("/tmp/shm.bin").size(), 96u) << board.Read("/tmp/shm.info");
+    const Str guid(48, '0'); // the board object's GUID, zero on this board
     const Str text =
         "magic=0x95279528\nguid=" + guid + "\nrun_mode=0x0\nname=SHM_BOARD\nflag=0x78cfde02\n";
     EXPECT_EQ(board.Read("/tmp/dv.out"),
@@ -239,15 +244,58 @@ TEST_F(DevinfoTest, ShmAfterABootPrintsWhatHwStartWrote)
                   "rc=0\n");
 }
 
-// --help of every command and of the tool: exit 0, usage first, the exit codes last.
-TEST_F(DevinfoTest, HelpNamesEachCommandAndTheExitCodes)
+// A save killed (SIGKILL) or failed (EIO) at each system call from the store's open on, on both
+// stores (the flash with --backup): the store holds the old record or the new one, whole; exit 0
+// means the new one; a failed open, read, write, fsync or rename exits 1 with a message that,
+// once the store may have changed, gives the command restoring it. The calls come in a safe
+// order, the read-back past the page cache; a save that changes nothing moves no byte.
+TEST_F(DevinfoTest, SaveLeavesTheOldOrTheNewRecordWholeWhateverFails)
 {
-    const RunResult r = Sh("for c in show get verify create set shm; do devinfo $c --help "
-                           ">/tmp/h && head -n1 /tmp/h | cut -d' ' -f1-3; done; "
-                           "devinfo --help | tail -n1");
-    EXPECT_EQ(r.out, "usage: devinfo show\nusage: devinfo get\nusage: devinfo verify\nusage: "
-                     "devinfo create\nusage: devinfo set\nusage: devinfo shm\nExit status: 0 "
-                     "success, 1 a problem found or a refusal, 2 usage error.\n");
+    const Str tail(744, 'Z'), fresh = Patch(kRec, 36, "NEW");
+    for (const auto &[s, end] : {std::pair<Str, Str>{"rec", ""}, {"mtdblock3", tail}}) {
+        board.Put("/tmp/old." + s, kRec + end);
+        board.Put("/tmp/new." + s, fresh + end);
+    }
+    const RunResult r = Sh(R"sh(t=openat,read,pread64,write,pwrite64,fsync,rename,renameat,renameat2,close,ioctl
+run() { o=/tmp/old.${s##*/}; cp $o $s; rm -f /tmp/bak # LeakSanitizer cannot run under ptrace
+  ASAN_OPTIONS=detect_leaks=0 strace -f -qq -e signal=none -o /tmp/trace "$@" $HW_RUNNER \
+    /sbin/devinfo set --no-apply $b $s board_name=$v 2>/tmp/err; rc=$?
+  echo "$s $row $rc $({ cmp -s $s $o && echo old; } || { cmp -s $s /tmp/new.${s##*/} && echo new; } \
+    || echo torn) $(tr '\n' ' ' </tmp/err)"; }
+calls() { mawk -v s="\"$s\"" '{n = $2; sub(/\(.*/, "", n); k[$1 n]++} index($0, s) {w = 1}
+    w && !/write\(2,/ {print n, k[$1 n]}' /tmp/trace >/tmp/calls; mawk '{sub(/64$/, "", $1)
+    sub(/^p/, "", $1); sub(/^rename.*/, "rename", $1)} /^(p?read|p?write|fsync|rename|ioctl)/ {
+    printf "%s ", $1} END {print ""}' /tmp/calls >>/tmp/moves; }
+for s in /tmp/rec /dev/mtdblock3; do
+  v=IPC_AX620Q row=same; run -e trace=$t; calls
+  v=NEW row=clean; run -e trace=$t; calls; [ -z "$b" ] || cp /tmp/bak /tmp/backup
+  while read n k; do for f in signal=KILL error=EIO; do row=$n:$f:when=$k; run -e trace=$n \
+    -e inject=$row; done; done </tmp/calls
+  b="--backup /tmp/bak"
+done)sh");
+    // Per store, unchanged: the record read, nothing else. Changed: the backup (flash) and the
+    // record each written, synced, renamed, the directory synced and read back; or the record
+    // written in place, synced, the page cache dropped and read back.
+    EXPECT_EQ(board.Read("/tmp/moves"), "read \nread write fsync rename fsync read read \nread \n"
+                                        "read write fsync rename fsync read read write fsync ioctl read \n");
+    for (const Str &line : Lines(r.out)) {
+        std::istringstream in(line);
+        Str s, row, state, said;
+        int rc = -1;
+        std::getline(in >> s >> row >> rc >> state, said);
+        EXPECT_TRUE((state == "old" || state == "new") &&
+                    (rc == 1 || rc == 137 || (rc == 0 && state == (row == "same" ? "old" : "new"))))
+            << line;
+        // From the record's bytes in the message, or (flash) from --backup.
+        const Str restore = s == "/tmp/rec" ? " | dd of=" + s : "dd if=/tmp/bak of=" + s;
+        EXPECT_TRUE(rc != 1 || said.find(state == "old" ? "devinfo: " : restore) != Str::npos)
+            << line;
+        // An error of anything but a close or the cache drop is an error of the save.
+        EXPECT_TRUE(rc == 1 || row.find("EIO") == Str::npos || !row.rfind("close", 0) ||
+                    !row.rfind("ioctl", 0)) << line;
+    }
+    EXPECT_GT(Lines(r.out).size(), 40u) << r.out << r.err;
+    EXPECT_EQ(board.Read("/tmp/backup"), kRec);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/text.h"
+
 namespace {
 
 constexpr std::size_t kMacTextLength = 17; // "xx:xx:xx:xx:xx:xx"
@@ -29,30 +31,6 @@ bool is_upper_hex(char c)
     return c >= 'A' && c <= 'F';
 }
 
-// Appends one byte at `len` without ever writing past `size`; `len` keeps
-// counting what the whole text needs.
-void put(char *out, std::size_t size, std::size_t &len, char c)
-{
-    if (len + 1 < size)
-        out[len] = c;
-    ++len;
-}
-
-void put_escaped(char *out, std::size_t size, std::size_t &len, unsigned char c)
-{
-    static constexpr char kHex[] = "0123456789abcdef";
-    if (c == '\\') {
-        put(out, size, len, '\\');
-        put(out, size, len, '\\');
-    } else if (c >= 0x20 && c < 0x7f) {
-        put(out, size, len, static_cast<char>(c));
-    } else {
-        put(out, size, len, '\\');
-        put(out, size, len, 'x');
-        put(out, size, len, kHex[c >> 4]);
-        put(out, size, len, kHex[c & 0xf]);
-    }
-}
 
 // A command-line value, escaped and cut to fit a message.
 void quote_value(const char *value, char (&out)[kQuotedValueSize])
@@ -110,21 +88,21 @@ const char *field_name(Field field)
     return "?";
 }
 
-std::size_t field_length(const char (&field)[kTextFieldSize])
-{
-    const void *nul = std::memchr(field, '\0', sizeof field);
-    return nul == nullptr ? sizeof field
-                          : static_cast<std::size_t>(static_cast<const char *>(nul) - field);
-}
-
 std::size_t escape_text(const char *bytes, std::size_t len, char *out, std::size_t out_size)
 {
-    std::size_t n = 0;
-    for (std::size_t i = 0; i < len; ++i)
-        put_escaped(out, out_size, n, static_cast<unsigned char>(bytes[i]));
-    if (out_size > 0)
-        out[n < out_size ? n : out_size - 1] = '\0';
-    return n;
+    TextWriter w(out, out_size);
+    for (std::size_t i = 0; i < len; ++i) {
+        const auto c = static_cast<unsigned char>(bytes[i]);
+        if (c == '\\') {
+            w.append("\\\\");
+        } else if (c >= 0x20 && c < 0x7f) {
+            w.put(bytes[i]);
+        } else {
+            w.append("\\x");
+            w.hex(c);
+        }
+    }
+    return w.length();
 }
 
 MacCheck check_mac(const char *text, std::size_t len)
@@ -212,14 +190,11 @@ bool parse_board_id(const char *text, std::uint32_t *out)
 
 void format_guid(const GUID &guid, char (&out)[kGuidTextSize])
 {
-    static constexpr char kHex[] = "0123456789abcdef";
     unsigned char bytes[kGuidSize];
     std::memcpy(bytes, &guid, sizeof bytes);
-    for (std::size_t i = 0; i < kGuidSize; ++i) {
-        out[2 * i] = kHex[bytes[i] >> 4];
-        out[2 * i + 1] = kHex[bytes[i] & 0xf];
-    }
-    out[2 * kGuidSize] = '\0';
+    TextWriter w(out, sizeof out);
+    for (unsigned char b : bytes)
+        w.hex(b);
 }
 
 bool parse_guid(const char *text, GUID *out)
@@ -310,10 +285,10 @@ void check_record(const dev_info &rec, std::size_t stored_size, bool with_magic,
                     static_cast<unsigned long long>(rec.magic),
                     static_cast<unsigned long long>(kDevInfoMagic));
     for (const TextField &t : kTextFields) {
-        if (field_length(rec.*t.member) == kTextFieldSize)
+        if (stored_length(rec.*t.member) == kTextFieldSize)
             add_problem(out, field_name(t.field), "no NUL within its %zu bytes", kTextFieldSize);
     }
-    const std::size_t mac_len = field_length(rec.mac);
+    const std::size_t mac_len = stored_length(rec.mac);
     if (mac_len < kTextFieldSize) {
         const MacCheck check = check_mac(rec.mac, mac_len);
         if (check != MacCheck::ok) {

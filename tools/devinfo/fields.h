@@ -30,10 +30,6 @@ const char *field_name(Field field);
 
 // --- text fields -------------------------------------------------------------
 
-// Characters of a stored text field: up to its first NUL, or all 32 bytes
-// when it holds none. Never looks past the field.
-std::size_t field_length(const char (&field)[kTextFieldSize]);
-
 // The three text fields of a record, for walks over all of them.
 struct TextField {
     Field field;

@@ -3,44 +3,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/text.h"
+
 namespace {
 
-// Appends to a fixed buffer without ever writing past it, counting what
-// the whole text needs so a caller can tell it was cut.
-class Writer {
-public:
-    Writer(char *out, std::size_t size) : out_(out), size_(size)
-    {
-        if (size_ > 0)
-            out_[0] = '\0';
-    }
-
-    void put(char c)
-    {
-        if (len_ + 1 < size_) {
-            out_[len_] = c;
-            out_[len_ + 1] = '\0';
-        }
-        ++len_;
-    }
-
-    void append(const char *text)
-    {
-        for (const char *p = text; *p != '\0'; ++p)
-            put(*p);
-    }
-
-    std::size_t length() const { return len_; }
-
-private:
-    char *out_;
-    std::size_t size_;
-    std::size_t len_ = 0;
-};
-
-void json_string_to(Writer &w, const char *text)
+void json_string_to(TextWriter &w, const char *text)
 {
-    static constexpr char kHex[] = "0123456789abcdef";
     w.put('"');
     for (const char *p = text; *p != '\0'; ++p) {
         const auto c = static_cast<unsigned char>(*p);
@@ -49,8 +17,7 @@ void json_string_to(Writer &w, const char *text)
             w.put(*p);
         } else if (c < 0x20) {
             w.append("\\u00");
-            w.put(kHex[c >> 4]);
-            w.put(kHex[c & 0xf]);
+            w.hex(c);
         } else {
             w.put(*p);
         }
@@ -59,7 +26,7 @@ void json_string_to(Writer &w, const char *text)
 }
 
 // One member of a report: "key=value\n", or ,"key":value in an object.
-void member(Writer &w, Format format, bool first, const char *key, const char *value,
+void member(TextWriter &w, Format format, bool first, const char *key, const char *value,
             bool json_bare = false)
 {
     if (format == Format::text) {
@@ -79,13 +46,13 @@ void member(Writer &w, Format format, bool first, const char *key, const char *v
         json_string_to(w, value);
 }
 
-void open_report(Writer &w, Format format)
+void open_report(TextWriter &w, Format format)
 {
     if (format == Format::json)
         w.put('{');
 }
 
-void close_report(Writer &w, Format format)
+void close_report(TextWriter &w, Format format)
 {
     if (format == Format::json)
         w.append("}\n");
@@ -98,7 +65,7 @@ void format_hex32(std::uint32_t value, char (&out)[kValueSize])
 
 void format_text(const char (&field)[kTextFieldSize], char (&out)[kValueSize])
 {
-    escape_text(field, field_length(field), out, sizeof out);
+    escape_text(field, stored_length(field), out, sizeof out);
 }
 
 } // namespace
@@ -133,14 +100,14 @@ void format_field(const dev_info &rec, Field field, char (&out)[kValueSize])
 
 std::size_t json_string(const char *text, char *out, std::size_t size)
 {
-    Writer w(out, size);
+    TextWriter w(out, size);
     json_string_to(w, text);
     return w.length();
 }
 
 std::size_t format_record(const dev_info &rec, Format format, char *out, std::size_t size)
 {
-    Writer w(out, size);
+    TextWriter w(out, size);
     open_report(w, format);
     bool first = true;
     for (const FieldName &f : kFieldNames) {
@@ -158,7 +125,7 @@ std::size_t format_record(const dev_info &rec, Format format, char *out, std::si
 
 std::size_t format_shm(const shmem_info &info, Format format, char *out, std::size_t size)
 {
-    Writer w(out, size);
+    TextWriter w(out, size);
     char value[kValueSize];
     open_report(w, format);
 

@@ -1,0 +1,177 @@
+// The commands that read a store (show, get, verify), create a record
+// file, and print the shared block. `set` has a file of its own.
+#include "tools/devinfo/commands.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+
+#include "devinfo/store.h"
+#include "hw_start/shmem_info.h"
+#include "tools/devinfo/cli.h"
+#include "tools/devinfo/fields.h"
+#include "tools/devinfo/help.h"
+#include "tools/devinfo/report.h"
+#include "tools/devinfo/save.h"
+#include "tools/devinfo/store_io.h"
+
+namespace {
+
+// The read-only commands' common part: at most one STORE (default the
+// flash store) from argv[index], read read-only under a shared lock.
+// Returns -1 with the record read, or the exit status to give.
+int read_report_store(int argc, char *argv[], int index, const char *help, dev_info *rec,
+                      std::size_t *size)
+{
+    if (argc > index + 1)
+        return usage_error(help, "too many arguments");
+    const char *store = index < argc ? argv[index] : kFlashDevice;
+    int rc = 0;
+    if (!store_path_ok(store, help, &rc))
+        return rc;
+    note_store(store);
+    const unique_fd fd = lock_store(store, Access::read);
+    return fd.ok() && read_store(fd.get(), store, rec, size) ? -1 : kExitProblem;
+}
+
+} // namespace
+
+int cmd_show(int argc, char *argv[])
+{
+    bool json = false;
+    const Option options[] = {{"--json", &json, nullptr}};
+    int first = 0;
+    int rc = parse_options(argc, argv, options, 1, kShowHelp, &first);
+    dev_info rec;
+    std::size_t size = 0;
+    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kShowHelp, &rec, &size)) >= 0)
+        return rc;
+    if (size < kDevInfoSize)
+        diag("%s holds %zu bytes, not %zu: the missing bytes show as zero",
+             store_file(argc > first ? argv[first] : kFlashDevice), size, kDevInfoSize);
+    char out[kReportSize];
+    format_record(rec, json ? Format::json : Format::text, out, sizeof out);
+    std::fputs(out, stdout);
+    return kExitOk;
+}
+
+int cmd_get(int argc, char *argv[])
+{
+    int first = 0;
+    int rc = parse_options(argc, argv, nullptr, 0, kGetHelp, &first);
+    if (rc >= 0)
+        return rc;
+    if (argc - first < 1 || argc - first > 2)
+        return usage_error(kGetHelp, "give FIELD and at most a STORE");
+    Field field;
+    if (!find_field(argv[first], std::strlen(argv[first]), &field))
+        return usage_error(kGetHelp, "unknown field '%s'", argv[first]);
+    dev_info rec;
+    std::size_t size = 0;
+    if ((rc = read_report_store(argc, argv, first + 1, kGetHelp, &rec, &size)) >= 0)
+        return rc;
+    char value[kValueSize];
+    format_field(rec, field, value);
+    std::printf("%s\n", value);
+    return kExitOk;
+}
+
+int cmd_verify(int argc, char *argv[])
+{
+    int first = 0;
+    int rc = parse_options(argc, argv, nullptr, 0, kVerifyHelp, &first);
+    dev_info rec;
+    std::size_t size = 0;
+    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kVerifyHelp, &rec, &size)) >= 0)
+        return rc;
+    Problems problems;
+    check_record(rec, size, true, &problems);
+    for (std::size_t i = 0; i < problems.count; ++i)
+        std::printf("%s: %s\n", problems.items[i].label, problems.items[i].message);
+    return problems.count == 0 ? kExitOk : kExitProblem;
+}
+
+int cmd_create(int argc, char *argv[])
+{
+    const char *values[5] = {};
+    const Option options[] = {
+        {"--guid", nullptr, &values[0]},       {"--board-id", nullptr, &values[1]},
+        {"--board-name", nullptr, &values[2]}, {"--mac", nullptr, &values[3]},
+        {"--p2p-id", nullptr, &values[4]},
+    };
+    constexpr Field kOrder[] = {Field::guid, Field::board_id, Field::board_name, Field::mac,
+                                Field::p2p_id};
+    int first = 0;
+    int rc = parse_options(argc, argv, options, 5, kCreateHelp, &first);
+    if (rc >= 0)
+        return rc;
+    if (argc - first != 1)
+        return usage_error(kCreateHelp, "give exactly one FILE");
+    for (int i = 1; i <= 3; ++i) {
+        if (values[i] == nullptr)
+            return usage_error(kCreateHelp, "%s is required", options[i].name);
+    }
+    const char *file = argv[first];
+    if (!store_path_ok(file, kCreateHelp, &rc))
+        return rc;
+    if (store_is_flash(file)) {
+        diag("refusing to create %s: it selects the flash store; use set to change it", file);
+        return kExitProblem;
+    }
+
+    dev_info rec;
+    std::memset(&rec, 0, sizeof rec);
+    rec.magic = kDevInfoMagic;
+    for (int i = 0; i < 5; ++i) {
+        char why[kMessageSize];
+        if (values[i] != nullptr && !set_field(&rec, kOrder[i], values[i], why)) {
+            diag("refusing to create %s: %s", file, why);
+            return kExitProblem;
+        }
+    }
+    // An existing file is replaced under the lock set holds, keeping its
+    // mode and owner.
+    bool missing = false;
+    const unique_fd lock = lock_store(file, Access::write, &missing);
+    struct stat old;
+    if (!missing && (!lock.ok() || ::fstat(lock.get(), &old) != 0))
+        return kExitProblem;
+    const SaveResult result = save_file(file, missing ? nullptr : &old, rec);
+    return result == SaveResult::saved ? kExitOk : kExitProblem;
+}
+
+int cmd_shm(int argc, char *argv[])
+{
+    bool json = false;
+    const Option options[] = {{"--json", &json, nullptr}};
+    int first = 0;
+    const int rc = parse_options(argc, argv, options, 1, kShmHelp, &first);
+    if (rc >= 0)
+        return rc;
+    if (first < argc)
+        return usage_error(kShmHelp, "shm takes no arguments");
+
+    shmem_info info;
+    if (shmem_info_read(&info) != 0) {
+        diag("no shared identity block for %s: %s (has hw_start run since the board "
+             "started?)",
+             SHMEM_INFO_KEY_PATH, std::strerror(errno));
+        return kExitProblem;
+    }
+    char out[kReportSize];
+    format_shm(info, json ? Format::json : Format::text, out, sizeof out);
+    std::fputs(out, stdout);
+    bool ok = true;
+    if (info.magic != SHMEM_INFO_MAGIC) {
+        diag("the block's magic is 0x%x, not 0x%x", static_cast<unsigned>(info.magic),
+             SHMEM_INFO_MAGIC);
+        ok = false;
+    }
+    if (info.flag != SHMEM_INFO_FLAG) {
+        diag("the block's flag is 0x%x, not 0x%x", static_cast<unsigned>(info.flag),
+             SHMEM_INFO_FLAG);
+        ok = false;
+    }
+    return ok ? kExitOk : kExitProblem;
+}

@@ -1,0 +1,236 @@
+// devinfo set: changes fields of the stored record and saves it so that
+// the store holds the old record or the new one, whole; then, as the
+// board's SaveDevInfo does, makes eth0 and /config/mac carry its MAC.
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/text.h"
+#include "devinfo/store.h"
+#include "net/mac.h"
+#include "tools/devinfo/cli.h"
+#include "tools/devinfo/commands.h"
+#include "tools/devinfo/fields.h"
+#include "tools/devinfo/help.h"
+#include "tools/devinfo/save.h"
+#include "tools/devinfo/store_io.h"
+
+namespace {
+
+// One FIELD=VALUE of `set`.
+struct Assignment {
+    Field field;
+    const char *value;
+};
+
+// One assignment per field that can be set: a sixth is a repeat.
+constexpr int kMaxAssignments = 5;
+
+// The arguments from argv[first] on: at most one STORE, then assignments.
+// An argument is an assignment when it has a '=' with no '/' before it.
+int split_set_args(int argc, char *argv[], int first, const char **store, Assignment *list,
+                   int *count)
+{
+    *count = 0;
+    bool seen[6] = {};
+    for (int i = first; i < argc; ++i) {
+        const char *arg = argv[i];
+        const char *eq = std::strchr(arg, '=');
+        const char *slash = std::strchr(arg, '/');
+        if (eq == nullptr || (slash != nullptr && slash < eq)) {
+            if (*store != nullptr || *count > 0)
+                return usage_error(kSetHelp, "'%s' is not FIELD=VALUE", arg);
+            *store = arg;
+            continue;
+        }
+        Assignment a;
+        if (!parse_assignment(arg, &a.field, &a.value))
+            return usage_error(kSetHelp,
+                               "'%s': FIELD is one of guid board_id board_name mac p2p_id", arg);
+        const auto index = static_cast<std::size_t>(a.field);
+        if (seen[index])
+            return usage_error(kSetHelp, "%s given twice", field_name(a.field));
+        seen[index] = true;
+        list[(*count)++] = a;
+    }
+    if (*count == 0)
+        return usage_error(kSetHelp, "nothing to set: give FIELD=VALUE");
+    return -1;
+}
+
+// Applies the assignments to `rec`; false after a message when a value
+// does not fit its field.
+bool apply_assignments(dev_info *rec, const Assignment *list, int count, const char *store)
+{
+    for (int i = 0; i < count; ++i) {
+        char why[kMessageSize];
+        if (!set_field(rec, list[i].field, list[i].value, why)) {
+            diag("refusing to change %s: %s", store_file(store), why);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool has_problem(const Problems &problems, const char *label)
+{
+    for (std::size_t i = 0; i < problems.count; ++i) {
+        if (std::strcmp(problems.items[i].label, label) == 0)
+            return true;
+    }
+    return false;
+}
+
+void report_refusal(const char *store, const Problems &problems, const char *advice)
+{
+    diag("refusing to change %s:", store_file(store));
+    for (std::size_t i = 0; i < problems.count; ++i)
+        std::fprintf(stderr, "  %s: %s\n", problems.items[i].label, problems.items[i].message);
+    std::fprintf(stderr, "  (%s)\n", advice);
+}
+
+// After a save that may have changed the store: the record it held, and
+// the command that writes it back (from the --backup copy, if any).
+void advise_restore(const char *store, const dev_info &old, const char *backup)
+{
+    char hex[2 * sizeof old + 1];
+    TextWriter w(hex, sizeof hex);
+    for (std::size_t i = 0; i < sizeof old; ++i)
+        w.hex(reinterpret_cast<const unsigned char *>(&old)[i]);
+    const char *file = store_file(store);
+    diag("eth0 and /config/mac are left as they were; the record %s held was:\n%s", file, hex);
+    if (backup != nullptr)
+        diag("restore it with: dd if=%s of=%s conv=notrunc,fsync", backup, file);
+    else
+        diag("restore it with: echo %s | xxd -r -p | dd of=%s conv=notrunc,fsync", hex, file);
+}
+
+// While it lives, standard output goes to standard error: the shell
+// commands of the MAC step print there, so standard output stays for
+// results.
+class StdoutToStderr {
+public:
+    StdoutToStderr()
+    {
+        std::fflush(stdout);
+        saved_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+        if (saved_ >= 0)
+            ::dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+    ~StdoutToStderr()
+    {
+        std::fflush(stdout);
+        if (saved_ >= 0) {
+            ::dup2(saved_, STDOUT_FILENO);
+            ::close(saved_);
+        }
+    }
+    StdoutToStderr(const StdoutToStderr &) = delete;
+    StdoutToStderr &operator=(const StdoutToStderr &) = delete;
+
+private:
+    int saved_ = -1;
+};
+
+// The new record from the stored one `old` (of `size` bytes), or the exit
+// status of a refusal. Returns -1 with *rec set.
+int change_record(const char *store, const dev_info &old, std::size_t size, bool force,
+                  const Assignment *list, int count, dev_info *rec)
+{
+    // A read that gave no record must not be written back as one.
+    Problems problems;
+    check_record(old, size, true, &problems);
+    if (!force && (has_problem(problems, "size") || has_problem(problems, "magic"))) {
+        report_refusal(store, problems, "--force writes over it");
+        return kExitProblem;
+    }
+    *rec = old;
+    if (force)
+        rec->magic = kDevInfoMagic;
+    apply_assignments(rec, list, count, store); // cannot fail: checked before
+    check_record(*rec, kDevInfoSize, false, &problems);
+    if (problems.count > 0) {
+        report_refusal(store, problems, "name the field to replace it");
+        return kExitProblem;
+    }
+    return -1;
+}
+
+// Saves `rec` over `old` in the store locked on `fd`, the backup first.
+int save(const char *store, int fd, const dev_info &old, const dev_info &rec, const char *backup)
+{
+    struct stat st;
+    if (backup != nullptr &&
+        save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, old) != SaveResult::saved) {
+        diag("no backup in %s: %s left as it was", backup, store_file(store));
+        return kExitProblem;
+    }
+    SaveResult result = SaveResult::kept;
+    if (store_is_flash(store))
+        result = save_flash(fd, rec);
+    else if (::fstat(fd, &st) == 0)
+        result = save_file(store, &st, rec);
+    if (result == SaveResult::kept)
+        diag("%s still holds the record it held; eth0 and /config/mac are left as they were",
+             store);
+    if (result == SaveResult::unsure)
+        advise_restore(store, old, backup);
+    return result == SaveResult::saved ? kExitOk : kExitProblem;
+}
+
+} // namespace
+
+int cmd_set(int argc, char *argv[])
+{
+    bool no_apply = false;
+    bool force = false;
+    const char *backup = nullptr;
+    const Option options[] = {{"--no-apply", &no_apply, nullptr},
+                              {"--force", &force, nullptr},
+                              {"--backup", nullptr, &backup}};
+    int first = 0;
+    int rc = parse_options(argc, argv, options, 3, kSetHelp, &first);
+    if (rc >= 0)
+        return rc;
+    const char *store = nullptr;
+    Assignment list[kMaxAssignments];
+    int count = 0;
+    if ((rc = split_set_args(argc, argv, first, &store, list, &count)) >= 0)
+        return rc;
+    if (store == nullptr)
+        store = kFlashDevice;
+    if (!store_path_ok(store, kSetHelp, &rc) ||
+        (backup != nullptr && !store_path_ok(backup, kSetHelp, &rc)))
+        return rc;
+    if (backup != nullptr && store_is_flash(backup))
+        return usage_error(kSetHelp, "--backup must name a file, not the flash store");
+
+    // Bad values are refused before the store is even opened.
+    dev_info rec;
+    std::memset(&rec, 0, sizeof rec);
+    if (!apply_assignments(&rec, list, count, store))
+        return kExitProblem;
+
+    note_store(store);
+    const unique_fd lock = lock_store(store, Access::write);
+    dev_info old;
+    std::size_t size = 0;
+    if (!lock.ok() || !read_store(lock.get(), store, &old, &size))
+        return kExitProblem;
+    if ((rc = change_record(store, old, size, force, list, count, &rec)) >= 0)
+        return rc;
+    // Nothing to write: no erase cycle, no window for a power cut.
+    if (std::memcmp(&rec, &old, sizeof rec) == 0 && (store_is_flash(store) || size == sizeof rec)) {
+        diag("%s unchanged: it holds this record already", store_file(store));
+        return kExitOk;
+    }
+    if ((rc = save(store, lock.get(), old, rec, backup)) != kExitOk || no_apply)
+        return rc;
+    char mac[kTextFieldSize];
+    read_text_field(rec.mac, mac);
+    const StdoutToStderr quiet;
+    restore_mac_addr(mac);
+    return kExitOk;
+}

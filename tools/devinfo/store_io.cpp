@@ -1,0 +1,115 @@
+#include "tools/devinfo/store_io.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "devinfo/store.h"
+#include "log/log.h"
+#include "tools/devinfo/cli.h"
+
+namespace {
+
+// How long a command waits for another devinfo to let go of the store.
+constexpr std::uint32_t kLockWaitMs = 3000;
+constexpr std::uint32_t kLockPollMs = 100;
+
+// Takes the flock, polling until kLockWaitMs passed. False after a message.
+bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited)
+{
+    const int op = (access == Access::write ? LOCK_EX : LOCK_SH) | LOCK_NB;
+    for (;; *waited += kLockPollMs) {
+        if (::flock(fd, op) == 0)
+            return true;
+        if (errno == EINTR)
+            continue;
+        if (errno != EWOULDBLOCK || *waited >= kLockWaitMs) {
+            diag("cannot lock %s: %s", file,
+                 errno == EWOULDBLOCK ? "another process holds it" : std::strerror(errno));
+            return false;
+        }
+        msleep(kLockPollMs);
+    }
+}
+
+// True while `path` names the file open on `fd`.
+bool still_named(int fd, const char *path)
+{
+    struct stat open_st;
+    struct stat named_st;
+    return ::fstat(fd, &open_st) == 0 && ::stat(path, &named_st) == 0 &&
+           open_st.st_dev == named_st.st_dev && open_st.st_ino == named_st.st_ino;
+}
+
+} // namespace
+
+const char *store_file(const char *store)
+{
+    return store_is_flash(store) ? kFlashDevice : store;
+}
+
+void note_store(const char *store)
+{
+    if (store_is_flash(store) && std::strcmp(store, kFlashDevice) != 0)
+        diag("%s selects the flash store %s", store, kFlashDevice);
+}
+
+unique_fd lock_store(const char *store, Access access, bool *missing)
+{
+    const char *file = store_file(store);
+    const int flags = (access == Access::write ? O_RDWR : O_RDONLY) | O_CLOEXEC;
+    for (std::uint32_t waited = 0;;) {
+        unique_fd fd(::open(file, flags));
+        if (!fd.ok() && errno == ENOENT && missing != nullptr) {
+            *missing = true;
+            return fd;
+        }
+        if (!fd.ok()) {
+            diag("cannot open %s: %s", file, std::strerror(errno));
+            return fd;
+        }
+        if (!take_lock(fd.get(), file, access, &waited))
+            return unique_fd();
+        if (store_is_flash(store) || still_named(fd.get(), file))
+            return fd;
+    }
+}
+
+ssize_t read_at_start(int fd, void *buf, std::size_t size)
+{
+    auto *p = static_cast<unsigned char *>(buf);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::pread(fd, p + done, size - done, static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return -1;
+        if (n == 0)
+            break;
+        done += static_cast<std::size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size)
+{
+    std::memset(rec, 0, sizeof *rec);
+    const ssize_t n = read_at_start(fd, rec, sizeof *rec);
+    if (n < 0) {
+        diag("cannot read a record from %s: %s", store_file(store), std::strerror(errno));
+        return false;
+    }
+    const auto got = static_cast<std::size_t>(n);
+    struct stat st;
+    const bool file = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    *size = file ? static_cast<std::size_t>(st.st_size) : got;
+    if (store_is_flash(store) && got < sizeof *rec) {
+        diag("cannot read a record from %s: it gave %zu bytes", kFlashDevice, got);
+        return false;
+    }
+    return true;
+}

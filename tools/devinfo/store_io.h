@@ -1,0 +1,40 @@
+// devinfo's access to a store: opening it under a lock and reading it.
+// Unlike hw_start's reads, the read-only commands open it read-only.
+#pragma once
+
+#include <cstddef>
+#include <sys/types.h>
+
+#include "base/unique_fd.h"
+#include "devinfo/dev_info.h"
+
+// Read-only under a shared lock (show, get, verify), or read-write under
+// an exclusive one (set, create).
+enum class Access { read, write };
+
+// The file that stands for the store: the partition itself for the flash
+// store, whatever path selected it.
+const char *store_file(const char *store);
+
+// Says on standard error when `store` only selects the flash store.
+void note_store(const char *store);
+
+// Opens the store's file and takes a flock on it, waiting up to 3 s for
+// another devinfo to let go. A save replaces a record file by renaming a
+// new one over it, so the lock counts only while the path still names the
+// locked file; otherwise it starts again on the file that replaced it.
+// Empty after a message when the store cannot be opened or locked; with
+// `missing` given, a record file that does not exist gives empty without
+// a message and sets *missing.
+unique_fd lock_store(const char *store, Access access, bool *missing = nullptr);
+
+// Reads up to `size` bytes from offset 0 of `fd`, until end of file.
+// Returns the count, or -1 (errno set) on an error.
+ssize_t read_at_start(int fd, void *buf, std::size_t size);
+
+// Reads the first 280 bytes of the store open on `fd` into `rec`, which is
+// zero-filled first, so bytes a short file lacks read as zero; *size gets
+// how many bytes the store holds (a file's size, 280 for a partition).
+// False after a message when the read failed or the flash store gave less
+// than a whole record.
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size);
