@@ -43,7 +43,7 @@ void show_pass(const char *pattern, Switch &&set, int (*sleep_ms)(std::uint32_t)
 
 } // namespace
 
-int show_result_with(std::uint32_t code, CDevice *dev, int (*sleep_ms)(std::uint32_t))
+int show_result(std::uint32_t code, CDevice *dev, int (*sleep_ms)(std::uint32_t))
 {
     if (code >= kStatusPatterns.size()) {
         log_notice("show_result", "type_%d not support!\n",
@@ -54,9 +54,4 @@ int show_result_with(std::uint32_t code, CDevice *dev, int (*sleep_ms)(std::uint
     show_pass(pattern, [dev](int on) { dev->Buzzer(on); }, sleep_ms);
     show_pass(pattern, [dev](int on) { dev->Indicator(on); }, sleep_ms);
     return 0;
-}
-
-int show_result(std::uint32_t code, CDevice *dev)
-{
-    return show_result_with(code, dev, msleep);
 }

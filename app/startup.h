@@ -7,6 +7,7 @@
 
 #include "app/args.h"
 #include "ax630c_qm/device.h"
+#include "log/log.h"
 
 // The store path from the command line; empty means the board's default.
 extern char dev_file_path[kPathSize];
@@ -18,12 +19,10 @@ extern char dev_file_path[kPathSize];
 int start_device(CDevice *dev);
 
 // Shows a status code through the board: one pass of Buzzer on/off and
-// one of Indicator on/off per pattern character. Codes above 12 (compared
-// unsigned) only write a debug line. Returns 0.
-int show_result(std::uint32_t code, CDevice *dev);
-
-// show_result with the waits going through `sleep_ms` instead of msleep.
-int show_result_with(std::uint32_t code, CDevice *dev, int (*sleep_ms)(std::uint32_t));
+// one of Indicator on/off per pattern character, each wait through
+// `sleep_ms`. Codes above 12 (compared unsigned) only write a debug line.
+// Returns 0.
+int show_result(std::uint32_t code, CDevice *dev, int (*sleep_ms)(std::uint32_t) = msleep);
 
 // Publishes the identity in shared memory, leaves the work-mode marker
 // and starts the DDNS client (board name as its dev_type, one shell word)

@@ -44,9 +44,8 @@ void log_notice_line(const char *func, const char *text)
 
 int msleep(std::uint32_t ms)
 {
-    const SleepSplit split = msleep_split(ms);
     timeval tv{};
-    tv.tv_sec = split.sec;
-    tv.tv_usec = split.usec;
+    tv.tv_sec = static_cast<time_t>(ms / 1000);
+    tv.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
     return select(0, nullptr, nullptr, nullptr, &tv);
 }

@@ -25,13 +25,3 @@ void log_notice_line(const char *func, const char *text);
 // 0 after the full time, -1 when a signal ended the wait early (the rest
 // of the wait is not resumed).
 int msleep(std::uint32_t ms);
-
-// The select() timeout that msleep(ms) uses, split out for checking.
-struct SleepSplit {
-    long sec;
-    long usec;
-};
-constexpr SleepSplit msleep_split(std::uint32_t ms)
-{
-    return SleepSplit{static_cast<long>(ms / 1000), static_cast<long>((ms % 1000) * 1000)};
-}

@@ -137,7 +137,7 @@ TEST(StatusDisplay, EveryCodeShowsItsRowOnBuzzerThenIndicator)
                 want += p + std::string(*c == '0' ? "100 " : "400 ") +
                         static_cast<char>(std::tolower(*p)) + "100 ";
         g_log.clear();
-        show_result_with(code, &board, FakeSleep);
+        show_result(code, &board, FakeSleep);
         EXPECT_EQ(g_log, want) << code;
     }
     const std::string out = Traffic({}, [&board] { show_result(13, &board), show_result(0xFFFFFFFFu, &board); });
