@@ -56,7 +56,7 @@ public:
         for (std::size_t i = 0; i < size; i += unit) {
             if (!step())
                 return false;
-            for (std::size_t j = i; j < i + unit; ++j)
+            for (std::size_t j = i; j < i + unit && offset - offset % geo_.erase_size != stuck; ++j)
                 mem[offset + j] &= buf[j];
             programmed += unit;
         }
@@ -73,6 +73,7 @@ public:
 
     long budget = -1;
     bool cut = false;
+    std::uint32_t stuck = ~0u; // an erase block that takes no program (and says nothing)
     int erases = 0, programs = 0;
     std::size_t programmed = 0;
 
@@ -245,6 +246,11 @@ TEST(FlashSave, RefusalsWriteNothing)
     const Bytes before = f.mem;
     EXPECT_EQ(Save(f, b, {true, true}), SaveResult::kept);
     EXPECT_EQ(f.mem, before);
+    // A copy block that takes no program: its read-back shows it, the record is not touched.
+    SimFlash g = Fresh(nor, a);
+    g.stuck = 0x1000;
+    EXPECT_EQ(Save(g, b), SaveResult::kept);
+    EXPECT_EQ(Bytes(g.mem.begin(), g.mem.begin() + 0x1000), BlockOf(a, 0x1000));
 }
 
 // The sequence number goes on from the copy it replaces and wraps; a
