@@ -72,7 +72,7 @@ TEST(FlashCopy, RecoveryChoosesTheWholeRecord)
         {"saved", Block(kNew), Copy(), Recovery::nothing},
         {"cut before the erase", Block(kOld), Copy(), Recovery::keep},
         {"erased", kErased, Copy(), Recovery::restore},
-        {"partly erased", Cut(Block(kOld), kErased, 500), Copy(), Recovery::restore},
+        {"partly erased", Cut(kErased, Block(kOld), 100), Copy(), Recovery::restore},
         {"partly programmed", Cut(kErased, Block(kNew), 70), Copy(), Recovery::restore},
         {"tail not yet programmed", Cut(kErased, Block(kNew), 280), Copy(), Recovery::restore},
         {"written by something else", Block(Record("DD")), Copy(), Recovery::keep},
