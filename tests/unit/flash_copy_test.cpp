@@ -9,7 +9,8 @@
 
 #include "tools/devinfo/flash_copy.h"
 
-namespace {
+namespace
+{
 
 using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t kBlock = 1024;
@@ -104,9 +105,9 @@ TEST(FlashCopy, CopyBlockKindsAndFit)
     EXPECT_EQ(classify_copy_block(Block(kOld).data(), kBlock), CopyBlock::foreign);
     Bytes b(kBlock);
     const Bytes tail(kBlock - kCopyFixedSize + 1, 0);
-    EXPECT_FALSE(build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(),
-                            tail.size()));
-    EXPECT_TRUE(build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(),
-                           tail.size() - 1));
+    EXPECT_FALSE(
+        build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(), tail.size()));
+    EXPECT_TRUE(
+        build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(), tail.size() - 1));
     EXPECT_EQ(crc32(reinterpret_cast<const std::uint8_t *>("123456789"), 9), 0xCBF43926u);
 }
