@@ -193,7 +193,7 @@ Str OtherTables(int count)
 {
     return "i=0; while [ $i -lt " + std::to_string(count) +
            " ]; do i=$((i + 1)); ip route add default via 192.168.77.$((i % 250 + 2))"
-           " table $((i + 1000)); done";
+           " table $((i + 500)); done"; // BusyBox ip: table ids below 1024
 }
 
 const Str kPath127 = "/data/" + Str(121, 'p');
