@@ -18,8 +18,9 @@
 #include <iterator>
 #include <sstream>
 
-#if !defined(HW_START_BIN_DEFAULT) || !defined(HW_SANDBOX_SCRIPT) || !defined(HW_TOOLS_DIR)
-#error "the build must define HW_START_BIN_DEFAULT, HW_SANDBOX_SCRIPT and HW_TOOLS_DIR"
+#if !defined(HW_START_BIN_DEFAULT) || !defined(HW_SANDBOX_SCRIPT) || !defined(HW_TOOLS_DIR) || \
+    !defined(HW_BOARD_SCRIPT) || !defined(HW_BOARD_OUT_DEFAULT)
+#error "the build must define HW_START_BIN_DEFAULT, HW_SANDBOX_SCRIPT, HW_TOOLS_DIR, HW_BOARD_SCRIPT and HW_BOARD_OUT_DEFAULT"
 #endif
 
 namespace fs = std::filesystem;
@@ -185,6 +186,11 @@ RunResult Board::Run(const std::string &script, const RunOptions &options)
 
 RunResult Board::Boot(const std::vector<std::string> &args, const BootOptions &options)
 {
+    return Run(BootScript(args, options), options);
+}
+
+std::string BootScript(const std::vector<std::string> &args, const BootOptions &options)
+{
     std::string hw = "hw";
     for (const std::string &a : args)
         hw += " " + ShellQuote(a);
@@ -215,7 +221,89 @@ RunResult Board::Boot(const std::vector<std::string> &args, const BootOptions &o
         " else rm -f /tmp/firmware.ls; fi\n"
         ")\n" +
         options.after + "\n";
-    return Run(script, options);
+    return script;
+}
+
+std::string Backend() { return Env("HW_BACKEND") == "sandbox" ? "" : Env("HW_BACKEND"); }
+
+namespace {
+
+void WriteFile(const std::string &path, const std::string &bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Writes one directory per row for the runner (its format is described
+// in tests/board/table-runner).
+void WriteRows(const std::string &dir, const std::vector<TableRow> &rows)
+{
+    std::error_code ec;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        char num[32];
+        std::snprintf(num, sizeof num, "/rows/%03zu", i);
+        const std::string d = dir + num;
+        fs::create_directories(d + "/root", ec);
+        WriteFile(d + "/name", rows[i].name);
+        WriteFile(d + "/script", BootScript(rows[i].args, rows[i].options));
+        const std::vector<std::string> &flags = rows[i].options.flags;
+        const auto mac = std::find(flags.begin(), flags.end(), "--mac");
+        if (std::find(flags.begin(), flags.end(), "--no-eth0") != flags.end())
+            WriteFile(d + "/noeth0", "");
+        else
+            WriteFile(d + "/mac", mac != flags.end() && mac + 1 != flags.end() ? mac[1]
+                                                                              : "02:00:00:00:00:01");
+        for (const auto &entry : fs::directory_iterator(rows[i].board->root(), ec))
+            if (entry.path().filename() != "sbin")
+                fs::copy(entry.path(), d + "/root/" + entry.path().filename().string(),
+                         fs::copy_options::recursive | fs::copy_options::copy_symlinks, ec);
+    }
+}
+
+} // namespace
+
+RunResult BoardTable(const std::string &backend, std::vector<TableRow> &rows)
+{
+    char tmpl[] = "/tmp/hw-table.XXXXXX";
+    if (mkdtemp(tmpl) == nullptr)
+        return {-1, "", std::string("mkdtemp: ") + std::strerror(errno)};
+    const std::string dir = tmpl;
+    WriteRows(dir, rows);
+    RunResult run = Exec({HW_BOARD_SCRIPT, "--board", backend, "--table", dir, "--out",
+                          Env("HW_BOARD_OUT", HW_BOARD_OUT_DEFAULT), "--timeout", "1500"},
+                         1700);
+    // Each row: "==== row NAME", a gzip tar in base64, "==== row end". Lines
+    // of anything else (a kernel message on the console) are left out.
+    std::istringstream console(run.out);
+    TableRow *row = nullptr;
+    std::string tar;
+    for (std::string line; std::getline(console, line);) {
+        line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
+        if (line.rfind("==== row ", 0) == 0 && line != "==== row end") {
+            const auto it = std::find_if(rows.begin(), rows.end(),
+                                         [&](const TableRow &r) { return r.name == line.substr(9); });
+            row = it == rows.end() ? nullptr : &*it;
+            tar.clear();
+        } else if (line == "==== row end" && row != nullptr) {
+            const std::string root = row->board->root(), file = dir + "/" + row->name + ".tgz.b64";
+            WriteFile(file, tar);
+            std::error_code ec;
+            for (const auto &entry : fs::directory_iterator(root, ec))
+                if (entry.path().filename() != "sbin")
+                    fs::remove_all(entry.path(), ec);
+            row->shown = std::system(("base64 -d " + ShellQuote(file) + " | tar -xzf - -C " +
+                                      ShellQuote(root)).c_str()) == 0;
+            row = nullptr;
+        } else if (row != nullptr &&
+                   line.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                          "0123456789+/=") == std::string::npos) {
+            tar += line + "\n";
+        }
+    }
+    if (Env("HW_KEEP_ROOT").empty()) {
+        std::error_code ec;
+        fs::remove_all(dir, ec);
+    }
+    return run;
 }
 
 void BoardTest::SetUp()

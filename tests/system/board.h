@@ -25,6 +25,9 @@
 //   HW_TOOLS_DIR      the built tests/tools programs (default: this build's);
 //                     for an ARM binary, the ARM build's (HW_TEST_TOOLS=ON)
 //   HW_KEEP_ROOT      when set, root directories are kept (and named on stderr)
+//   HW_BACKEND        where the boot table runs: the sandbox (unset), or
+//                     "virt" / "sabrelite", an emulated board (BoardTable)
+//   HW_BOARD_OUT      scripts/board's build directory for a board run
 //
 // Inside a sandbox `hw ARGS` starts the program (through the emulator, if
 // any); the tools of tests/tools (shm_dump, ...) are in /sbin, built for
@@ -117,6 +120,29 @@ private:
 
     std::string root_;
 };
+
+// The script Board::Boot runs in the sandbox for `args` and `options`.
+std::string BootScript(const std::vector<std::string> &args, const BootOptions &options);
+
+// HW_BACKEND: "" for the sandbox, else the emulated board to run on.
+std::string Backend();
+
+// One row of a board run: its name, the Board whose root holds the files the
+// row puts on the board (/dev/mtdblock3: the partition's bytes), and how it
+// starts (BootOptions::flags: --mac and --no-eth0 only).
+struct TableRow {
+    std::string name;
+    Board *board;
+    std::vector<std::string> args;
+    BootOptions options;
+    bool shown = false; // set when the board printed the row's files
+};
+
+// Runs every row on the emulated board `backend` in ONE boot of
+// `scripts/board --table` (tests/board/table-runner). Afterwards each shown
+// row's root holds what the board left, at the paths Boot leaves them
+// (/dev/mtdblock3: the partition's first bytes, as many as were put).
+RunResult BoardTable(const std::string &backend, std::vector<TableRow> &rows);
 
 // Fixture: skips the test (GTEST_SKIP) when system tests cannot run here:
 // not root, or no mount/net/ipc/pid namespaces to be had (probed once).
