@@ -12,8 +12,8 @@
 
 namespace {
 
-// Options one command has at most (create has five), plus --help.
-constexpr std::size_t kMaxOptions = 5;
+// Options one command has at most (create has ten), plus --help.
+constexpr std::size_t kMaxOptions = 10;
 
 // getopt_long's value for options[i]: above every character, so -h stays
 // apart.
@@ -36,6 +36,7 @@ constexpr Command kCommands[] = {
     {"show", cmd_show, kShowHelp},       {"get", cmd_get, kGetHelp},
     {"verify", cmd_verify, kVerifyHelp}, {"create", cmd_create, kCreateHelp},
     {"set", cmd_set, kSetHelp},          {"shm", cmd_shm, kShmHelp},
+    {"recover", cmd_recover, kRecoverHelp},
 };
 
 const Command *find_command(const char *name)

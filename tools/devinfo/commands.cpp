@@ -1,5 +1,5 @@
-// The commands that read a store (show, get, verify), create a record
-// file, and print the shared block. `set` has a file of its own.
+// The commands that read a store (show, get, verify) and print the shared
+// block. `set`, `create` and `recover` have files of their own.
 #include "tools/devinfo/commands.h"
 
 #include <cerrno>
@@ -13,7 +13,6 @@
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 #include "tools/devinfo/report.h"
-#include "tools/devinfo/save.h"
 #include "tools/devinfo/store_io.h"
 
 namespace {
@@ -90,55 +89,6 @@ int cmd_verify(int argc, char *argv[])
     for (std::size_t i = 0; i < problems.count; ++i)
         std::printf("%s: %s\n", problems.items[i].label, problems.items[i].message);
     return problems.count == 0 ? kExitOk : kExitProblem;
-}
-
-int cmd_create(int argc, char *argv[])
-{
-    const char *values[5] = {};
-    const Option options[] = {
-        {"--guid", nullptr, &values[0]},       {"--board-id", nullptr, &values[1]},
-        {"--board-name", nullptr, &values[2]}, {"--mac", nullptr, &values[3]},
-        {"--p2p-id", nullptr, &values[4]},
-    };
-    constexpr Field kOrder[] = {Field::guid, Field::board_id, Field::board_name, Field::mac,
-                                Field::p2p_id};
-    int first = 0;
-    int rc = parse_options(argc, argv, options, 5, kCreateHelp, &first);
-    if (rc >= 0)
-        return rc;
-    if (argc - first != 1)
-        return usage_error(kCreateHelp, "give exactly one FILE");
-    for (int i = 1; i <= 3; ++i) {
-        if (values[i] == nullptr)
-            return usage_error(kCreateHelp, "%s is required", options[i].name);
-    }
-    const char *file = argv[first];
-    if (!store_path_ok(file, kCreateHelp, &rc))
-        return rc;
-    if (store_is_flash(file)) {
-        diag("refusing to create %s: it selects the flash store; use set to change it", file);
-        return kExitProblem;
-    }
-
-    dev_info rec;
-    std::memset(&rec, 0, sizeof rec);
-    rec.magic = kDevInfoMagic;
-    for (int i = 0; i < 5; ++i) {
-        char why[kMessageSize];
-        if (values[i] != nullptr && !set_field(&rec, kOrder[i], values[i], why)) {
-            diag("refusing to create %s: %s", file, why);
-            return kExitProblem;
-        }
-    }
-    // An existing file is replaced under the lock set holds, keeping its
-    // mode and owner.
-    bool missing = false;
-    const unique_fd lock = lock_store(file, Access::write, &missing);
-    struct stat old;
-    if (!missing && (!lock.ok() || ::fstat(lock.get(), &old) != 0))
-        return kExitProblem;
-    const SaveResult result = save_file(file, missing ? nullptr : &old, rec);
-    return result == SaveResult::saved ? kExitOk : kExitProblem;
 }
 
 int cmd_shm(int argc, char *argv[])

@@ -8,3 +8,4 @@ int cmd_verify(int argc, char *argv[]);
 int cmd_create(int argc, char *argv[]);
 int cmd_set(int argc, char *argv[]);
 int cmd_shm(int argc, char *argv[]);
+int cmd_recover(int argc, char *argv[]);

@@ -1,19 +1,16 @@
 #include "tools/devinfo/save.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/store.h"
 #include "tools/devinfo/cli.h"
-#include "tools/devinfo/store_io.h"
 
 namespace {
 
@@ -38,21 +35,27 @@ bool write_all(int fd, const void *buf, std::size_t size, off_t offset)
     return true;
 }
 
-// Compares what `fd` holds from offset 0 with `rec`; `whole_file` also
-// wants nothing behind it. False after a message.
-bool check_back(int fd, const char *file, const dev_info &rec, bool whole_file)
+// Compares what `fd` holds from offset 0 with the `size` bytes of `data`,
+// and wants nothing behind them. False after a message.
+bool check_back(int fd, const char *file, const void *data, std::size_t size)
 {
-    unsigned char back[sizeof rec + 1];
-    const ssize_t n = read_at_start(fd, back, whole_file ? sizeof back : sizeof rec);
-    if (n < 0) {
-        diag("read-back of %s failed: %s", file, std::strerror(errno));
-        return false;
+    const auto *want = static_cast<const unsigned char *>(data);
+    unsigned char back[4096];
+    for (std::size_t done = 0;; done += sizeof back) {
+        const ssize_t n = ::pread(fd, back, sizeof back, static_cast<off_t>(done));
+        if (n < 0) {
+            diag("read-back of %s failed: %s", file, std::strerror(errno));
+            return false;
+        }
+        const auto got = static_cast<std::size_t>(n);
+        const std::size_t left = size - std::min(done, size);
+        if (got != std::min(left, sizeof back) || std::memcmp(back, want + done, got) != 0) {
+            diag("read-back: %s does not hold the %zu bytes just saved", file, size);
+            return false;
+        }
+        if (got == 0)
+            return true;
     }
-    if (static_cast<std::size_t>(n) != sizeof rec || std::memcmp(back, &rec, sizeof rec) != 0) {
-        diag("read-back: %s does not hold the %zu bytes just saved", file, sizeof rec);
-        return false;
-    }
-    return true;
 }
 
 // Failure of `step` on `file`; the result `r` is returned.
@@ -80,11 +83,11 @@ bool take_over(int fd, const struct stat *old)
 
 // Fills the temporary file open on `fd`: owner, mode, the record, fsync.
 // The name of the step that failed (errno set), or nullptr.
-const char *fill_temp(int fd, const struct stat *old, const dev_info &rec)
+const char *fill_temp(int fd, const struct stat *old, const void *data, std::size_t size)
 {
     if (!take_over(fd, old))
         return "owner and mode";
-    if (!write_all(fd, &rec, sizeof rec, 0))
+    if (!write_all(fd, data, size, 0))
         return "write";
     if (::fsync(fd) != 0)
         return "fsync";
@@ -107,7 +110,8 @@ const char *split_dir(const char *path, char (&dir)[kPathSize])
 
 } // namespace
 
-SaveResult save_file(const char *path, const struct stat *old, const dev_info &rec)
+SaveResult save_file(const char *path, const struct stat *old, const void *data,
+                     std::size_t size)
 {
     char real[kPathSize];
     if (::realpath(path, real) == nullptr)
@@ -123,7 +127,7 @@ SaveResult save_file(const char *path, const struct stat *old, const dev_info &r
     unique_fd fd(::mkostemp(tmp, O_CLOEXEC));
     if (!fd.ok())
         return fail(SaveResult::kept, "temporary file", path);
-    const char *step = fill_temp(fd.get(), old, rec);
+    const char *step = fill_temp(fd.get(), old, data, size);
     if (step == nullptr && ::close(fd.release()) != 0)
         step = "close";
     if (step == nullptr && ::rename(tmp, real) != 0)
@@ -140,20 +144,5 @@ SaveResult save_file(const char *path, const struct stat *old, const dev_info &r
     const unique_fd back(::open(real, O_RDONLY | O_CLOEXEC));
     if (!back.ok())
         return fail(SaveResult::unsure, "read-back", path);
-    return check_back(back.get(), path, rec, true) ? SaveResult::saved : SaveResult::unsure;
-}
-
-SaveResult save_flash(int fd, const dev_info &rec)
-{
-    if (!write_all(fd, &rec, sizeof rec, 0))
-        return fail(SaveResult::unsure, "write", kFlashDevice);
-    if (::fsync(fd) != 0)
-        return fail(SaveResult::unsure, "fsync", kFlashDevice);
-    // The read-back must come from the flash, not from the page cache the
-    // write just filled. A regular file (a test's stand-in) has no such
-    // cache to drop.
-    struct stat st;
-    if (::ioctl(fd, BLKFLSBUF, 0) != 0 && ::fstat(fd, &st) == 0 && S_ISBLK(st.st_mode))
-        return fail(SaveResult::unsure, "dropping the page cache for the read-back", kFlashDevice);
-    return check_back(fd, kFlashDevice, rec, false) ? SaveResult::saved : SaveResult::unsure;
+    return check_back(back.get(), path, data, size) ? SaveResult::saved : SaveResult::unsure;
 }

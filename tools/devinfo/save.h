@@ -3,6 +3,7 @@
 // told on standard error.
 #pragma once
 
+#include <cstddef>
 #include <sys/stat.h>
 
 #include "devinfo/dev_info.h"
@@ -11,19 +12,21 @@ enum class SaveResult {
     saved,  // the new record is stored, read back and checked
     kept,   // failed before the store was touched: it holds what it held
     unsure, // failed after the store was written: it may hold the new
-            // record, or (flash) the old one or a mix of the two
+            // record (flash: in the copy at least) or the old one
 };
 
-// Replaces the record file at `path` (after symbolic links) by a new one:
-// a temporary file beside it, ".NAME.XXXXXX", gets the 280 bytes, is
-// fsync'ed and closed, is renamed over `path`, and the directory is
-// fsync'ed; then `path` is read back. The new file gets the mode and owner
-// of `old`, the file it replaces; with `old` null, mode 0644 less the
-// umask and the caller's owner. A failure before the rename removes the
-// temporary file.
-SaveResult save_file(const char *path, const struct stat *old, const dev_info &rec);
+// Replaces the file at `path` (after symbolic links) by a new one holding
+// the `size` bytes of `data`: a temporary file beside it, ".NAME.XXXXXX",
+// gets the bytes, is fsync'ed and closed, is renamed over `path`, and the
+// directory is fsync'ed; then `path` is read back. The new file gets the
+// mode and owner of `old`, the file it replaces; with `old` null, mode 0644
+// less the umask and the caller's owner. A failure before the rename
+// removes the temporary file.
+SaveResult save_file(const char *path, const struct stat *old, const void *data,
+                     std::size_t size);
 
-// Writes `rec` over bytes 0-279 of the partition open read-write on `fd`
-// and fsyncs it; then drops the partition's page cache (BLKFLSBUF) and
-// reads the bytes back from the device.
-SaveResult save_flash(int fd, const dev_info &rec);
+// The record file: save_file with the 280 bytes of `rec`.
+inline SaveResult save_file(const char *path, const struct stat *old, const dev_info &rec)
+{
+    return save_file(path, old, &rec, sizeof rec);
+}

@@ -13,6 +13,7 @@
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/fields.h"
+#include "tools/devinfo/flash_store.h"
 #include "tools/devinfo/help.h"
 #include "tools/devinfo/save.h"
 #include "tools/devinfo/store_io.h"
@@ -158,8 +159,30 @@ int change_record(const char *store, const dev_info &old, std::size_t size, bool
     return -1;
 }
 
+// The flash store's device and what was read from it.
+struct FlashTarget {
+    CMtdFlash mtd;
+    FlashState st;
+    FlashOptions options = {false, false};
+};
+
+// The stored record: from the partition through its MTD device for the
+// flash store (the copy's record when the record block is torn), else from
+// the file locked on `fd`. False after a message.
+bool read_old(const char *store, int fd, FlashTarget *flash, dev_info *old, std::size_t *size)
+{
+    if (!store_is_flash(store))
+        return read_store(fd, store, old, size);
+    if (!open_flash_store(&flash->mtd, &flash->st))
+        return false;
+    *old = flash->st.record();
+    *size = sizeof *old;
+    return true;
+}
+
 // Saves `rec` over `old` in the store locked on `fd`, the backup first.
-int save(const char *store, int fd, const dev_info &old, const dev_info &rec, const char *backup)
+int save(const char *store, int fd, FlashTarget *flash, const dev_info &old, const dev_info &rec,
+         const char *backup)
 {
     struct stat st;
     if (backup != nullptr &&
@@ -169,7 +192,7 @@ int save(const char *store, int fd, const dev_info &old, const dev_info &rec, co
     }
     SaveResult result = SaveResult::kept;
     if (store_is_flash(store))
-        result = save_flash(fd, rec);
+        result = save_flash_store(flash->mtd, flash->st, fd, rec, flash->options);
     else if (::fstat(fd, &st) == 0)
         result = save_file(store, &st, rec);
     if (result == SaveResult::kept)
@@ -187,11 +210,14 @@ int cmd_set(int argc, char *argv[])
     bool no_apply = false;
     bool force = false;
     const char *backup = nullptr;
+    FlashTarget flash;
     const Option options[] = {{"--no-apply", &no_apply, nullptr},
                               {"--force", &force, nullptr},
-                              {"--backup", nullptr, &backup}};
+                              {"--backup", nullptr, &backup},
+                              {"--in-place", &flash.options.in_place, nullptr},
+                              {"--take-copy-block", &flash.options.take_copy_block, nullptr}};
     int first = 0;
-    int rc = parse_options(argc, argv, options, 3, kSetHelp, &first);
+    int rc = parse_options(argc, argv, options, 5, kSetHelp, &first);
     if (rc >= 0)
         return rc;
     const char *store = nullptr;
@@ -217,16 +243,18 @@ int cmd_set(int argc, char *argv[])
     const unique_fd lock = lock_store(store, Access::write);
     dev_info old;
     std::size_t size = 0;
-    if (!lock.ok() || !read_store(lock.get(), store, &old, &size))
+    if (!lock.ok() || !read_old(store, lock.get(), &flash, &old, &size))
         return kExitProblem;
     if ((rc = change_record(store, old, size, force, list, count, &rec)) >= 0)
         return rc;
     // Nothing to write: no erase cycle, no window for a power cut.
-    if (std::memcmp(&rec, &old, sizeof rec) == 0 && (store_is_flash(store) || size == sizeof rec)) {
+    const bool whole = store_is_flash(store) ? flash.st.decision.action != Recovery::restore
+                                             : size == sizeof rec;
+    if (std::memcmp(&rec, &old, sizeof rec) == 0 && whole) {
         diag("%s unchanged: it holds this record already", store_file(store));
         return kExitOk;
     }
-    if ((rc = save(store, lock.get(), old, rec, backup)) != kExitOk || no_apply)
+    if ((rc = save(store, lock.get(), &flash, old, rec, backup)) != kExitOk || no_apply)
         return rc;
     char mac[kTextFieldSize];
     read_text_field(rec.mac, mac);

@@ -60,7 +60,11 @@ void note_store(const char *store)
 unique_fd lock_store(const char *store, Access access, bool *missing)
 {
     const char *file = store_file(store);
-    const int flags = (access == Access::write ? O_RDWR : O_RDONLY) | O_CLOEXEC;
+    // The flash is written through its MTD device: the block device is
+    // opened read-only for the lock alone, since a read-write open engages
+    // mtdblock's write cache.
+    const bool rw = access == Access::write && !store_is_flash(store);
+    const int flags = (rw ? O_RDWR : O_RDONLY) | O_CLOEXEC;
     for (std::uint32_t waited = 0;;) {
         unique_fd fd(::open(file, flags));
         if (!fd.ok() && errno == ENOENT && missing != nullptr) {

@@ -1,0 +1,157 @@
+#include "tools/devinfo/flash_copy.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr std::uint8_t kErased = 0xFF;
+constexpr std::size_t kCrcOffset = offsetof(CopyHeader, crc);
+
+// The CRC a copy of header `h` with `payload` must carry.
+std::uint32_t copy_crc(const CopyHeader &h, const std::uint8_t *payload)
+{
+    const std::uint32_t crc = crc32(reinterpret_cast<const std::uint8_t *>(&h), kCrcOffset);
+    return crc32(payload, h.payload_size, crc);
+}
+
+// Byte `i` of the record block that `record` and `tail` make.
+std::uint8_t block_byte(const std::uint8_t *record, const std::uint8_t *tail,
+                        std::size_t tail_size, std::size_t i)
+{
+    if (i < kDevInfoSize)
+        return record[i];
+    i -= kDevInfoSize;
+    return i < tail_size ? tail[i] : kErased;
+}
+
+bool has_magic(const std::uint8_t *record_block)
+{
+    std::uint64_t magic = 0;
+    std::memcpy(&magic, record_block, sizeof magic);
+    return magic == kDevInfoMagic;
+}
+
+// How the record block compares with the old and the new block the copy
+// describes.
+struct Match {
+    bool is_new, is_old, erasing, programming;
+};
+
+Match compare_block(const std::uint8_t *block, std::size_t size, const CopyView &c)
+{
+    Match m = {true, true, true, true};
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::uint8_t b = block[i];
+        const std::uint8_t o = block_byte(c.old_record, c.tail, c.tail_size, i);
+        const std::uint8_t n = block_byte(c.new_record, c.tail, c.tail_size, i);
+        m.is_new = m.is_new && b == n;
+        m.is_old = m.is_old && b == o;
+        // An erase only sets bits, a program only clears them.
+        m.erasing = m.erasing && (b & o) == o;
+        m.programming = m.programming && (b & n) == n;
+    }
+    return m;
+}
+
+} // namespace
+
+std::uint32_t crc32(const std::uint8_t *data, std::size_t size, std::uint32_t crc)
+{
+    crc = ~crc;
+    for (std::size_t i = 0; i < size; ++i) {
+        crc ^= data[i];
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
+}
+
+std::size_t trimmed_size(const std::uint8_t *data, std::size_t size)
+{
+    while (size > 0 && data[size - 1] == kErased)
+        --size;
+    return size;
+}
+
+bool parse_copy(const std::uint8_t *block, std::size_t size, CopyView *out)
+{
+    CopyHeader h;
+    if (size < sizeof h)
+        return false;
+    std::memcpy(&h, block, sizeof h);
+    const std::size_t room = size - sizeof h;
+    if (h.magic != kCopyMagic || h.version != kCopyVersion || h.header_size != sizeof h ||
+        h.record_size != kDevInfoSize || h.payload_size > room ||
+        h.tail_size > h.payload_size || h.payload_size - h.tail_size != 2 * kDevInfoSize)
+        return false;
+    const std::uint8_t *payload = block + sizeof h;
+    if (copy_crc(h, payload) != h.crc)
+        return false;
+    *out = {h.sequence, payload, payload + kDevInfoSize, payload + 2 * kDevInfoSize, h.tail_size};
+    return true;
+}
+
+bool build_copy(std::uint8_t *block, std::size_t size, std::uint32_t sequence,
+                const std::uint8_t *new_record, const std::uint8_t *old_record,
+                const std::uint8_t *tail, std::size_t tail_size)
+{
+    if (size < kCopyFixedSize || tail_size > size - kCopyFixedSize)
+        return false;
+    CopyHeader h = {kCopyMagic,   kCopyVersion, sizeof(CopyHeader),
+                    sequence,     kDevInfoSize, static_cast<std::uint32_t>(tail_size),
+                    static_cast<std::uint32_t>(2 * kDevInfoSize + tail_size),
+                    0,            0};
+    std::uint8_t *payload = block + sizeof h;
+    std::memset(block, kErased, size);
+    std::memcpy(payload, new_record, kDevInfoSize);
+    std::memcpy(payload + kDevInfoSize, old_record, kDevInfoSize);
+    if (tail_size > 0)
+        std::memcpy(payload + 2 * kDevInfoSize, tail, tail_size);
+    h.crc = copy_crc(h, payload);
+    std::memcpy(block, &h, sizeof h);
+    return true;
+}
+
+void build_record_block(std::uint8_t *block, std::size_t size, const std::uint8_t *record,
+                        const std::uint8_t *tail, std::size_t tail_size)
+{
+    std::memset(block, kErased, size);
+    std::memcpy(block, record, kDevInfoSize);
+    if (tail_size > 0)
+        std::memcpy(block + kDevInfoSize, tail, tail_size);
+}
+
+CopyBlock classify_copy_block(const std::uint8_t *block, std::size_t size)
+{
+    if (trimmed_size(block, size) == 0)
+        return CopyBlock::erased;
+    std::uint32_t word = 0;
+    if (size >= sizeof word)
+        std::memcpy(&word, block, sizeof word);
+    return (word & kCopyMagic) == kCopyMagic ? CopyBlock::ours : CopyBlock::foreign;
+}
+
+Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
+                         std::size_t size)
+{
+    Decision d = {Recovery::nothing, false, false, {0, nullptr, nullptr, nullptr, 0}};
+    d.erased = trimmed_size(record_block, size) == 0;
+    const bool magic = size >= kDevInfoSize && has_magic(record_block);
+    d.copy_valid = size >= kDevInfoSize && parse_copy(copy_block, size, &d.copy) &&
+                   kDevInfoSize + d.copy.tail_size <= size;
+    if (!d.copy_valid) {
+        // The record block is touched only after a whole copy was read back.
+        d.action = magic ? Recovery::nothing : Recovery::none_whole;
+        return d;
+    }
+    const Match m = compare_block(record_block, size, d.copy);
+    if (m.is_new)
+        d.action = Recovery::nothing;
+    else if (m.is_old)
+        d.action = Recovery::keep;
+    else if (m.erasing || m.programming || !magic)
+        d.action = Recovery::restore;
+    else
+        d.action = Recovery::keep;
+    return d;
+}

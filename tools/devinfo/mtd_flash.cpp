@@ -1,0 +1,73 @@
+#include "tools/devinfo/mtd_flash.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+bool CMtdFlash::Open(const char *path)
+{
+    fd_.reset(::open(path, O_RDWR | O_CLOEXEC));
+    if (!fd_.ok())
+        return false;
+    if (::ioctl(fd_.get(), MEMGETINFO, &info_) != 0) {
+        fd_.reset();
+        return false;
+    }
+    return true;
+}
+
+FlashGeometry CMtdFlash::geometry() const
+{
+    return {info_.size, info_.erasesize, info_.writesize};
+}
+
+bool CMtdFlash::read(std::uint32_t offset, std::uint8_t *buf, std::size_t size)
+{
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pread(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool CMtdFlash::erase(std::uint32_t offset)
+{
+    erase_info_user e = {offset, info_.erasesize};
+    return ::ioctl(fd_.get(), MEMERASE, &e) == 0;
+}
+
+bool CMtdFlash::program(std::uint32_t offset, const std::uint8_t *buf, std::size_t size)
+{
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n =
+            ::pwrite(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+int CMtdFlash::is_bad(std::uint32_t offset)
+{
+    // The kernel takes a 64-bit offset (its loff_t).
+    std::int64_t at = offset;
+    const int r = ::ioctl(fd_.get(), MEMGETBADBLOCK, &at);
+    if (r < 0)
+        return errno == EOPNOTSUPP ? 0 : -1;
+    return r > 0 ? 1 : 0;
+}

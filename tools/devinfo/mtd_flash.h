@@ -1,0 +1,34 @@
+// The flash partition through its MTD character device, as flash tools use
+// it: geometry from MEMGETINFO, bad blocks from MEMGETBADBLOCK, MEMERASE,
+// then plain writes and reads at offsets - never the block driver's
+// read-modify-write of a whole erase block.
+#pragma once
+
+#include <mtd/mtd-user.h>
+
+#include "base/unique_fd.h"
+#include "tools/devinfo/flash_save.h"
+
+// The character device of the flash store's partition (/dev/mtdblock3).
+constexpr const char kFlashMtdDevice[] = "/dev/mtd3";
+
+class CMtdFlash final : public Flash {
+public:
+    CMtdFlash() = default;
+
+    // Opens `path` read-write and asks its geometry. False with errno set
+    // (ENOENT when there is no such device).
+    bool Open(const char *path);
+    bool ok() const { return fd_.ok(); }
+
+    FlashGeometry geometry() const override;
+    bool read(std::uint32_t offset, std::uint8_t *buf, std::size_t size) override;
+    bool erase(std::uint32_t offset) override;
+    bool program(std::uint32_t offset, const std::uint8_t *buf, std::size_t size) override;
+    // NOR and other flash without bad blocks (EOPNOTSUPP) has only good ones.
+    int is_bad(std::uint32_t offset) override;
+
+private:
+    unique_fd fd_;
+    mtd_info_user info_ = {};
+};
