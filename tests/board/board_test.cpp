@@ -61,8 +61,16 @@ const char *const kEveryBoot[] = {"==== board report\n--- hw_start\nrunning\n",
                                   "==== board done\n"};
 
 const std::string kSet = "/mnt/mtd/app/devinfo set board_name=IPC_X mac=02:12:34:56:78:9b";
-const std::string kRestart = "/etc/init.d/S50hw_start restart; sleep 1; "
-                             "echo \"hw_start processes: $(pidof hw_start | wc -w)\"";
+const std::string kRestart =
+    "/etc/init.d/S50hw_start start; /etc/init.d/S50hw_start restart; sleep 1; echo \"running: "
+    "$(pidof hw_start | wc -w) $(pidof vrn_ddns_client | wc -w) $(pidof gui | wc -w)\"";
+// The copy's place, erase block 1 of mtd3 (1021 of the chip), is bad: a
+// save, then a record torn through mtdblock, which recover puts back.
+const std::string kBadBlock =
+    "d=/mnt/mtd/app/devinfo; $d set --no-apply board_name=IPC_X; "
+    "dd if=/dev/zero of=/dev/mtdblock3 bs=280 count=1 conv=fsync 2>/dev/null; "
+    "$d recover; echo \"recover $?: $($d get board_name)\"; echo \"bad block: $(dd if=/dev/mtd3 "
+    "bs=16k skip=1 count=1 2>/dev/null | tr -d \"\\\\377\" | wc -c) bytes programmed\"";
 
 const Row kRows[] = {
     {"virt, sample record, then the start script's restart",
@@ -70,7 +78,12 @@ const Row kRows[] = {
      {"argc = 2\nargv1 = debug\n",
       "vrn_ddns_client: cwd=/mnt/mtd/app argc=1 \\[dev_type=IPC_AX620Q\\]\n", "name=IPC_AX620Q\n",
       "--- /firmware\n851\n", "driver virtio_net\nmac 02:12:34:56:78:9a\n",
-      "Stopping hw_start\nStarting hw_start\n", "hw_start processes: 1\n"},
+      "hw_start: hw_start is running \\(pid [0-9]+\\): nothing started\n",
+      "Stopping hw_start\nStarting hw_start\n", "running: 1 1 1\n"},
+     nullptr},
+    {"virt, a bad block where the copy goes",
+     "--bad-blocks 1021 --run '" + kBadBlock + "'",
+     {"name=IPC_AX620Q\n", "\nrecover 0: IPC_X\n", "\nbad block: 0 bytes programmed\n"},
      nullptr},
     {"virt, erased partition",
      "--erased",
