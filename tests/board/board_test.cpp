@@ -18,7 +18,7 @@ namespace
 
 const std::string kOut = HW_BOARD_OUT;
 const std::string kNor = kOut + "/nor.img";
-constexpr std::size_t kFlashSize = 2 << 20, kRecordAt = 0x1f0000; // mtd3 of the NOR chip
+constexpr std::size_t kFlashSize = 2 << 20, kRecordAt = 0x1f0000;    // mtd3 of the NOR chip
 constexpr std::size_t kCopyAt = kRecordAt + 0x1000, kBlock = 0x1000; // its copy's erase block
 
 struct Result {
