@@ -62,9 +62,11 @@ const char *const kEveryBoot[] = {"==== board report\n--- hw_start\nrunning\n",
                                   "==== board done\n"};
 
 const std::string kSet = "/mnt/mtd/app/devinfo set board_name=IPC_X mac=02:12:34:56:78:9b";
+const std::string kRunning =
+    "$(pidof hw_start | wc -w) $(pidof vrn_ddns_client | wc -w) $(pidof gui | wc -w)";
 const std::string kRestart =
-    "/etc/init.d/S50hw_start start; /etc/init.d/S50hw_start restart; sleep 1; echo \"running: "
-    "$(pidof hw_start | wc -w) $(pidof vrn_ddns_client | wc -w) $(pidof gui | wc -w)\"";
+    "s=/etc/init.d/S50hw_start; $s start; sleep 1; echo \"start: " + kRunning +
+    "\"; $s restart; sleep 1; echo \"restart: " + kRunning + "\"";
 // The copy's place, erase block 1 of mtd3 (1021 of the chip), is bad: a
 // save, then a record torn through mtdblock, which recover puts back.
 const std::string kBadBlock =
@@ -79,8 +81,8 @@ const Row kRows[] = {
      {"argc = 2\nargv1 = debug\n",
       "vrn_ddns_client: cwd=/mnt/mtd/app argc=1 \\[dev_type=IPC_AX620Q\\]\n", "name=IPC_AX620Q\n",
       "--- /firmware\n851\n", "driver virtio_net\nmac 02:12:34:56:78:9a\n",
-      "hw_start: hw_start is running \\(pid [0-9]+\\): nothing started\n",
-      "Stopping hw_start\nStarting hw_start\n", "running: 1 1 1\n"},
+      "hw_start: hw_start is running \\(pid [0-9]+\\): nothing started\n", "start: 1 1 1\n",
+      "Stopping hw_start\nStarting hw_start\n", "restart: 1 1 1\n"},
      nullptr},
     {"virt, a bad block where the copy goes",
      "--bad-blocks 1021 --run '" + kBadBlock + "'",
