@@ -9,7 +9,8 @@
 
 #include "tools/devinfo/flash_copy.h"
 
-namespace {
+namespace
+{
 
 using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t kBlock = 1024;
@@ -72,7 +73,7 @@ TEST(FlashCopy, RecoveryChoosesTheWholeRecord)
         {"saved", Block(kNew), Copy(), Recovery::nothing},
         {"cut before the erase", Block(kOld), Copy(), Recovery::keep},
         {"erased", kErased, Copy(), Recovery::restore},
-        {"partly erased", Cut(Block(kOld), kErased, 500), Copy(), Recovery::restore},
+        {"partly erased", Cut(kErased, Block(kOld), 100), Copy(), Recovery::restore},
         {"partly programmed", Cut(kErased, Block(kNew), 70), Copy(), Recovery::restore},
         {"tail not yet programmed", Cut(kErased, Block(kNew), 280), Copy(), Recovery::restore},
         {"written by something else", Block(Record("DD")), Copy(), Recovery::keep},
@@ -104,9 +105,9 @@ TEST(FlashCopy, CopyBlockKindsAndFit)
     EXPECT_EQ(classify_copy_block(Block(kOld).data(), kBlock), CopyBlock::foreign);
     Bytes b(kBlock);
     const Bytes tail(kBlock - kCopyFixedSize + 1, 0);
-    EXPECT_FALSE(build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(),
-                            tail.size()));
-    EXPECT_TRUE(build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(),
-                           tail.size() - 1));
+    EXPECT_FALSE(
+        build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(), tail.size()));
+    EXPECT_TRUE(
+        build_copy(b.data(), kBlock, 1, kNew.data(), kOld.data(), tail.data(), tail.size() - 1));
     EXPECT_EQ(crc32(reinterpret_cast<const std::uint8_t *>("123456789"), 9), 0xCBF43926u);
 }

@@ -9,18 +9,20 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <unistd.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "tools/devinfo/flash_save.h"
 
-namespace {
+namespace
+{
 
 using Bytes = std::vector<std::uint8_t>;
 
-class SimFlash final : public Flash {
-public:
+class SimFlash final : public Flash
+{
+  public:
     SimFlash(FlashGeometry geo, bool nand, std::uint32_t bad)
         : geo_(geo), nand_(nand), bad_(bad), mem(geo.size, 0xFF)
     {
@@ -77,7 +79,7 @@ public:
     int erases = 0, programs = 0;
     std::size_t programmed = 0;
 
-private:
+  private:
     bool alive()
     {
         errno = EIO;
@@ -95,7 +97,7 @@ private:
     bool nand_;
     std::uint32_t bad_;
 
-public:
+  public:
     Bytes mem;
 };
 
@@ -183,7 +185,8 @@ TEST(FlashSave, NoRecordLostAtAnyCut)
                     board.name, base.erases, base.programs, base.programmed);
         EXPECT_EQ(base.erases, 2) << board.name;
         EXPECT_EQ(base.programs, 2) << board.name;
-        const Bytes olds = BlockOf(b, board.geo.erase_size), news = BlockOf(a, board.geo.erase_size);
+        const Bytes olds = BlockOf(b, board.geo.erase_size),
+                    news = BlockOf(a, board.geo.erase_size);
         long k = 0;
         for (;; ++k) {
             SimFlash f = base;

@@ -18,7 +18,8 @@
 #include "tools/devinfo/save.h"
 #include "tools/devinfo/store_io.h"
 
-namespace {
+namespace
+{
 
 // Larger images are taken for a typing error.
 constexpr std::uint32_t kMaxImageSize = 256u << 20;
@@ -142,16 +143,20 @@ int cmd_create(int argc, char *argv[])
     const char *erase = nullptr;
     FlashOptions flash = {false, false};
     const Option options[] = {
-        {"--guid", nullptr, &values[0]},       {"--board-id", nullptr, &values[1]},
-        {"--board-name", nullptr, &values[2]}, {"--mac", nullptr, &values[3]},
-        {"--p2p-id", nullptr, &values[4]},     {"--from", nullptr, &from},
-        {"--partition-size", nullptr, &part},  {"--erase-size", nullptr, &erase},
+        {"--guid", nullptr, &values[0]},
+        {"--board-id", nullptr, &values[1]},
+        {"--board-name", nullptr, &values[2]},
+        {"--mac", nullptr, &values[3]},
+        {"--p2p-id", nullptr, &values[4]},
+        {"--from", nullptr, &from},
+        {"--partition-size", nullptr, &part},
+        {"--erase-size", nullptr, &erase},
         {"--in-place", &flash.in_place, nullptr},
         {"--take-copy-block", &flash.take_copy_block, nullptr},
     };
     int first = 0;
-    int rc = parse_options(argc, argv, options, sizeof options / sizeof options[0], kCreateHelp,
-                           &first);
+    int rc =
+        parse_options(argc, argv, options, sizeof options / sizeof options[0], kCreateHelp, &first);
     if (rc >= 0)
         return rc;
     if (argc - first != 1)

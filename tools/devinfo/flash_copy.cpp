@@ -2,7 +2,8 @@
 
 #include <cstring>
 
-namespace {
+namespace
+{
 
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::size_t kCrcOffset = offsetof(CopyHeader, crc);
@@ -15,8 +16,8 @@ std::uint32_t copy_crc(const CopyHeader &h, const std::uint8_t *payload)
 }
 
 // Byte `i` of the record block that `record` and `tail` make.
-std::uint8_t block_byte(const std::uint8_t *record, const std::uint8_t *tail,
-                        std::size_t tail_size, std::size_t i)
+std::uint8_t block_byte(const std::uint8_t *record, const std::uint8_t *tail, std::size_t tail_size,
+                        std::size_t i)
 {
     if (i < kDevInfoSize)
         return record[i];
@@ -81,8 +82,8 @@ bool parse_copy(const std::uint8_t *block, std::size_t size, CopyView *out)
     std::memcpy(&h, block, sizeof h);
     const std::size_t room = size - sizeof h;
     if (h.magic != kCopyMagic || h.version != kCopyVersion || h.header_size != sizeof h ||
-        h.record_size != kDevInfoSize || h.payload_size > room ||
-        h.tail_size > h.payload_size || h.payload_size - h.tail_size != 2 * kDevInfoSize)
+        h.record_size != kDevInfoSize || h.payload_size > room || h.tail_size > h.payload_size ||
+        h.payload_size - h.tail_size != 2 * kDevInfoSize)
         return false;
     const std::uint8_t *payload = block + sizeof h;
     if (copy_crc(h, payload) != h.crc)
@@ -97,10 +98,15 @@ bool build_copy(std::uint8_t *block, std::size_t size, std::uint32_t sequence,
 {
     if (size < kCopyFixedSize || tail_size > size - kCopyFixedSize)
         return false;
-    CopyHeader h = {kCopyMagic,   kCopyVersion, sizeof(CopyHeader),
-                    sequence,     kDevInfoSize, static_cast<std::uint32_t>(tail_size),
+    CopyHeader h = {kCopyMagic,
+                    kCopyVersion,
+                    sizeof(CopyHeader),
+                    sequence,
+                    kDevInfoSize,
+                    static_cast<std::uint32_t>(tail_size),
                     static_cast<std::uint32_t>(2 * kDevInfoSize + tail_size),
-                    0,            0};
+                    0,
+                    0};
     std::uint8_t *payload = block + sizeof h;
     std::memset(block, kErased, size);
     std::memcpy(payload, new_record, kDevInfoSize);
@@ -144,14 +150,12 @@ Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *c
         d.action = magic ? Recovery::nothing : Recovery::none_whole;
         return d;
     }
+    // Equal to the old block: cut before the erase, or written back by hand.
     const Match m = compare_block(record_block, size, d.copy);
+    const bool on_its_way = !m.is_old && (m.erasing || m.programming || !magic);
     if (m.is_new)
         d.action = Recovery::nothing;
-    else if (m.is_old)
-        d.action = Recovery::keep;
-    else if (m.erasing || m.programming || !magic)
-        d.action = Recovery::restore;
     else
-        d.action = Recovery::keep;
+        d.action = on_its_way ? Recovery::restore : Recovery::keep;
     return d;
 }

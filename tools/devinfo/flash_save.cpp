@@ -6,7 +6,8 @@
 
 #include "tools/devinfo/cli.h"
 
-namespace {
+namespace
+{
 
 // Larger erase blocks than this are taken for a device that misreports.
 constexpr std::uint32_t kMaxEraseSize = 16u << 20;
@@ -67,8 +68,8 @@ const char *write_block(Flash &flash, FlashState &st, std::uint32_t offset)
 // Writes `rec` with the current tail into the record block.
 const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec)
 {
-    const std::size_t tail_size = trimmed_size(st.current + kDevInfoSize,
-                                               st.geo.erase_size - kDevInfoSize);
+    const std::size_t tail_size =
+        trimmed_size(st.current + kDevInfoSize, st.geo.erase_size - kDevInfoSize);
     build_record_block(st.image, st.geo.erase_size, reinterpret_cast<const std::uint8_t *>(&rec),
                        st.current + kDevInfoSize, tail_size);
     return write_block(flash, st, 0);

@@ -26,8 +26,9 @@ struct FlashGeometry {
 
 // The operations a save needs. Each returns false (or -1) with errno set
 // on failure; offsets are from the partition's start.
-class Flash {
-public:
+class Flash
+{
+  public:
     virtual FlashGeometry geometry() const = 0;
     // Reads `size` bytes at `offset`.
     virtual bool read(std::uint32_t offset, std::uint8_t *buf, std::size_t size) = 0;
@@ -38,21 +39,22 @@ public:
     // 1 when the erase block at `offset` is bad, 0 when good, -1 on error.
     virtual int is_bad(std::uint32_t offset) = 0;
 
-protected:
+  protected:
     ~Flash() = default;
 };
 
 // What a save or recovery read from the partition, and the buffers it
 // writes from. Owns its memory.
-class FlashState {
-public:
+class FlashState
+{
+  public:
     FlashState() = default;
     ~FlashState();
     FlashState(const FlashState &) = delete;
     FlashState &operator=(const FlashState &) = delete;
 
     FlashGeometry geo = {0, 0, 0};
-    std::uint32_t copy_offset = 0; // 0: no good erase block for a copy
+    std::uint32_t copy_offset = 0;   // 0: no good erase block for a copy
     std::uint8_t *block0 = nullptr;  // the record block as read
     std::uint8_t *copy = nullptr;    // the copy block as read
     std::uint8_t *current = nullptr; // the record block a save starts from:
@@ -67,7 +69,7 @@ public:
     // Allocates the five buffers for `geo`; false when out of memory.
     bool allocate();
 
-private:
+  private:
     std::uint8_t *mem_ = nullptr;
 };
 

@@ -98,7 +98,9 @@ constexpr const char kRecoverHelp[] =
     "Run at start, before hw_start. When a save on the flash was cut by a\n"
     "power loss and left the record's erase block erased or torn, puts the\n"
     "record back from its copy and says so in one line on standard error.\n"
-    "Says nothing and writes nothing when the record is whole. Exit status 1\n"
+    "Says nothing and writes nothing when the record is whole; keeps, and says\n"
+    "so, a whole record other than the copy's (one written back by hand).\n"
+    "Never writes the copy; waits at most 3 s for the lock. Exit status 1\n"
     "when no whole record exists anywhere (it says so; nothing written) or\n"
     "the restore failed. A record file, or a board without /dev/mtd3, has\n"
     "nothing to recover: exit status 0, nothing said.\n";

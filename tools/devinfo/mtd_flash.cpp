@@ -26,7 +26,8 @@ FlashGeometry CMtdFlash::geometry() const
 bool CMtdFlash::read(std::uint32_t offset, std::uint8_t *buf, std::size_t size)
 {
     for (std::size_t done = 0; done < size;) {
-        const ssize_t n = ::pread(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
+        const ssize_t n =
+            ::pread(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0) {

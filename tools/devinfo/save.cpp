@@ -12,7 +12,8 @@
 #include "base/unique_fd.h"
 #include "tools/devinfo/cli.h"
 
-namespace {
+namespace
+{
 
 // Room for a resolved path and the temporary name beside it.
 constexpr std::size_t kPathSize = PATH_MAX + 16;
@@ -110,8 +111,7 @@ const char *split_dir(const char *path, char (&dir)[kPathSize])
 
 } // namespace
 
-SaveResult save_file(const char *path, const struct stat *old, const void *data,
-                     std::size_t size)
+SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size)
 {
     char real[kPathSize];
     if (::realpath(path, real) == nullptr)

@@ -22,8 +22,7 @@ enum class SaveResult {
 // mode and owner of `old`, the file it replaces; with `old` null, mode 0644
 // less the umask and the caller's owner. A failure before the rename
 // removes the temporary file.
-SaveResult save_file(const char *path, const struct stat *old, const void *data,
-                     std::size_t size);
+SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size);
 
 // The record file: save_file with the 280 bytes of `rec`.
 inline SaveResult save_file(const char *path, const struct stat *old, const dev_info &rec)

@@ -18,7 +18,8 @@
 #include "tools/devinfo/save.h"
 #include "tools/devinfo/store_io.h"
 
-namespace {
+namespace
+{
 
 // One FIELD=VALUE of `set`.
 struct Assignment {
@@ -111,8 +112,9 @@ void advise_restore(const char *store, const dev_info &old, const char *backup)
 // While it lives, standard output goes to standard error: the shell
 // commands of the MAC step print there, so standard output stays for
 // results.
-class StdoutToStderr {
-public:
+class StdoutToStderr
+{
+  public:
     StdoutToStderr()
     {
         std::fflush(stdout);
@@ -131,7 +133,7 @@ public:
     StdoutToStderr(const StdoutToStderr &) = delete;
     StdoutToStderr &operator=(const StdoutToStderr &) = delete;
 
-private:
+  private:
     int saved_ = -1;
 };
 
@@ -248,8 +250,8 @@ int cmd_set(int argc, char *argv[])
     if ((rc = change_record(store, old, size, force, list, count, &rec)) >= 0)
         return rc;
     // Nothing to write: no erase cycle, no window for a power cut.
-    const bool whole = store_is_flash(store) ? flash.st.decision.action != Recovery::restore
-                                             : size == sizeof rec;
+    const bool whole =
+        store_is_flash(store) ? flash.st.decision.action != Recovery::restore : size == sizeof rec;
     if (std::memcmp(&rec, &old, sizeof rec) == 0 && whole) {
         diag("%s unchanged: it holds this record already", store_file(store));
         return kExitOk;
