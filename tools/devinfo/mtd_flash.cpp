@@ -6,6 +6,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "tools/devinfo/store_io.h"
+
 bool CMtdFlash::Open(const char *path)
 {
     fd_.reset(::open(path, O_RDWR | O_CLOEXEC));
@@ -25,19 +27,10 @@ FlashGeometry CMtdFlash::geometry() const
 
 bool CMtdFlash::read(std::uint32_t offset, std::uint8_t *buf, std::size_t size)
 {
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t n =
-            ::pread(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n == 0)
-                errno = EIO;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
+    const ssize_t n = read_at(fd_.get(), buf, size, offset);
+    if (n >= 0 && static_cast<std::size_t>(n) != size)
+        errno = EIO; // the partition ended before the bytes asked for
+    return n >= 0 && static_cast<std::size_t>(n) == size;
 }
 
 bool CMtdFlash::erase(std::uint32_t offset)
@@ -48,19 +41,7 @@ bool CMtdFlash::erase(std::uint32_t offset)
 
 bool CMtdFlash::program(std::uint32_t offset, const std::uint8_t *buf, std::size_t size)
 {
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t n =
-            ::pwrite(fd_.get(), buf + done, size - done, offset + static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n == 0)
-                errno = EIO;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
+    return write_at(fd_.get(), buf, size, offset);
 }
 
 int CMtdFlash::is_bad(std::uint32_t offset)

@@ -11,30 +11,13 @@
 
 #include "base/unique_fd.h"
 #include "tools/devinfo/cli.h"
+#include "tools/devinfo/store_io.h"
 
 namespace
 {
 
 // Room for a resolved path and the temporary name beside it.
 constexpr std::size_t kPathSize = PATH_MAX + 16;
-
-// Writes all of `size` bytes at `offset`; false with errno set otherwise.
-bool write_all(int fd, const void *buf, std::size_t size, off_t offset)
-{
-    const auto *p = static_cast<const unsigned char *>(buf);
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t n = ::pwrite(fd, p + done, size - done, offset + static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n == 0)
-                errno = EIO;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
-}
 
 // Compares what `fd` holds from offset 0 with the `size` bytes of `data`,
 // and wants nothing behind them. False after a message.
@@ -88,7 +71,7 @@ const char *fill_temp(int fd, const struct stat *old, const void *data, std::siz
 {
     if (!take_over(fd, old))
         return "owner and mode";
-    if (!write_all(fd, data, size, 0))
+    if (!write_at(fd, data, size, 0))
         return "write";
     if (::fsync(fd) != 0)
         return "fsync";

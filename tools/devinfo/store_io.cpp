@@ -82,12 +82,12 @@ unique_fd lock_store(const char *store, Access access, bool *missing)
     }
 }
 
-ssize_t read_at_start(int fd, void *buf, std::size_t size)
+ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset)
 {
     auto *p = static_cast<unsigned char *>(buf);
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t n = ::pread(fd, p + done, size - done, static_cast<off_t>(done));
+        const ssize_t n = ::pread(fd, p + done, size - done, offset + static_cast<off_t>(done));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0)
@@ -99,10 +99,27 @@ ssize_t read_at_start(int fd, void *buf, std::size_t size)
     return static_cast<ssize_t>(done);
 }
 
+bool write_at(int fd, const void *buf, std::size_t size, off_t offset)
+{
+    const auto *p = static_cast<const unsigned char *>(buf);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t n = ::pwrite(fd, p + done, size - done, offset + static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
 bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size)
 {
     std::memset(rec, 0, sizeof *rec);
-    const ssize_t n = read_at_start(fd, rec, sizeof *rec);
+    const ssize_t n = read_at(fd, rec, sizeof *rec);
     if (n < 0) {
         diag("cannot read a record from %s: %s", store_file(store), std::strerror(errno));
         return false;

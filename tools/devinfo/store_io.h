@@ -28,9 +28,13 @@ void note_store(const char *store);
 // a message and sets *missing.
 unique_fd lock_store(const char *store, Access access, bool *missing = nullptr);
 
-// Reads up to `size` bytes from offset 0 of `fd`, until end of file.
+// Reads up to `size` bytes from `offset` of `fd`, until end of file.
 // Returns the count, or -1 (errno set) on an error.
-ssize_t read_at_start(int fd, void *buf, std::size_t size);
+ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset = 0);
+
+// Writes all of `size` bytes at `offset` of `fd`. False with errno set
+// (EIO when the file or device takes no more).
+bool write_at(int fd, const void *buf, std::size_t size, off_t offset);
 
 // Reads the first 280 bytes of the store open on `fd` into `rec`, which is
 // zero-filled first, so bytes a short file lacks read as zero; *size gets
