@@ -11,8 +11,7 @@
 
 #include "tools/devinfo/flash_copy.h"
 
-namespace
-{
+namespace {
 
 bool inside(const std::uint8_t *p, std::size_t n, const std::uint8_t *block, std::size_t size)
 {

@@ -9,8 +9,7 @@
 
 #include "tools/devinfo/flash_copy.h"
 
-namespace
-{
+namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t kBlock = 1024;

@@ -18,8 +18,7 @@
 #include "tools/devinfo/save.h"
 #include "tools/devinfo/store_io.h"
 
-namespace
-{
+namespace {
 
 // Larger images are taken for a typing error.
 constexpr std::uint32_t kMaxImageSize = 256u << 20;

@@ -6,8 +6,7 @@
 
 #include "tools/devinfo/cli.h"
 
-namespace
-{
+namespace {
 
 // Larger erase blocks than this are taken for a device that misreports.
 constexpr std::uint32_t kMaxEraseSize = 16u << 20;

@@ -26,9 +26,8 @@ struct FlashGeometry {
 
 // The operations a save needs. Each returns false (or -1) with errno set
 // on failure; offsets are from the partition's start.
-class Flash
-{
-  public:
+class Flash {
+public:
     virtual FlashGeometry geometry() const = 0;
     // Reads `size` bytes at `offset`.
     virtual bool read(std::uint32_t offset, std::uint8_t *buf, std::size_t size) = 0;
@@ -39,15 +38,14 @@ class Flash
     // 1 when the erase block at `offset` is bad, 0 when good, -1 on error.
     virtual int is_bad(std::uint32_t offset) = 0;
 
-  protected:
+protected:
     ~Flash() = default;
 };
 
 // What a save or recovery read from the partition, and the buffers it
 // writes from. Owns its memory.
-class FlashState
-{
-  public:
+class FlashState {
+public:
     FlashState() = default;
     ~FlashState();
     FlashState(const FlashState &) = delete;
@@ -69,7 +67,7 @@ class FlashState
     // Allocates the five buffers for `geo`; false when out of memory.
     bool allocate();
 
-  private:
+private:
     std::uint8_t *mem_ = nullptr;
 };
 

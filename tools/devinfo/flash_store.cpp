@@ -13,8 +13,7 @@
 #include "tools/devinfo/help.h"
 #include "tools/devinfo/store_io.h"
 
-namespace
-{
+namespace {
 
 // A device node that is not there, or has no driver behind it.
 bool no_device(int error)

@@ -13,8 +13,7 @@
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/store_io.h"
 
-namespace
-{
+namespace {
 
 // Room for a resolved path and the temporary name beside it.
 constexpr std::size_t kPathSize = PATH_MAX + 16;
