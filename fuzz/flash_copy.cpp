@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "tools/devinfo/flash_copy.h"
+#include "devinfo/flash_copy.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/devinfo/flash_copy.h"
+#include "devinfo/flash_copy.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "tools/devinfo/flash_save.h"
+#include "devinfo/flash_save.h"
 
 namespace {
 
@@ -132,15 +132,15 @@ Bytes BlockOf(const dev_info &rec, std::size_t size)
 SaveResult Save(SimFlash &f, const dev_info &rec, FlashOptions options = {false, false})
 {
     FlashState st;
-    return load_flash(f, "sim", &st) ? save_to_flash(f, st, rec, options, "sim") : SaveResult::kept;
+    return load_flash(f, "sim", nullptr, &st) ? save_to_flash(f, st, rec, options) : SaveResult::kept;
 }
 
 void Recover(SimFlash &f)
 {
     FlashState st;
     bool wrote = false;
-    if (load_flash(f, "sim", &st))
-        recover_flash(f, st, "sim", &wrote);
+    if (load_flash(f, "sim", nullptr, &st))
+        recover_flash(f, st, &wrote);
 }
 
 // The flash of `b` holding `rec` and the tail in block 0, nothing else.
@@ -268,7 +268,7 @@ TEST(FlashSave, SequenceWraps)
     ASSERT_EQ(Save(f, Record("B")), SaveResult::saved);
     std::fill(f.mem.begin(), f.mem.begin() + 0x1000, 0xFF); // a cut erase
     FlashState st;
-    ASSERT_TRUE(load_flash(f, "sim", &st));
+    ASSERT_TRUE(load_flash(f, "sim", nullptr, &st));
     EXPECT_EQ(st.decision.action, Recovery::restore);
     EXPECT_EQ(st.decision.copy.sequence, 0u);
 }

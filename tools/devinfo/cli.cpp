@@ -7,6 +7,7 @@
 #include <getopt.h>
 
 #include "ax630c_qm/device.h"
+#include "devinfo/store.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/help.h"
 
@@ -99,6 +100,17 @@ void diag(const char *fmt, ...)
     va_start(ap, fmt);
     vdiag(fmt, ap);
     va_end(ap);
+}
+
+void say_diag(const char *line)
+{
+    diag("%s", line);
+}
+
+void note_store(const char *store)
+{
+    if (store_is_flash(store) && std::strcmp(store, kFlashDevice) != 0)
+        diag("%s selects the flash store %s", store, kFlashDevice);
 }
 
 int usage_error(const char *help, const char *fmt, ...)

@@ -16,6 +16,12 @@ int devinfo_main(int argc, char *argv[]);
 // "devinfo: ", the printf-formatted message and a line end, on stderr.
 void diag(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// The record library's messages (say.h), as diag writes them.
+void say_diag(const char *line);
+
+// Says on standard error when `store` only selects the flash store.
+void note_store(const char *store);
+
 // The message as diag writes it, then the usage line of `help` (its first
 // line). Returns kExitUsage.
 int usage_error(const char *help, const char *fmt, ...) __attribute__((format(printf, 2, 3)));

@@ -1,5 +1,5 @@
-// The commands that read a store (show, get, verify) and print the shared
-// block. `set`, `create` and `recover` have files of their own.
+// The commands that read a store (show, get, verify), print the shared
+// block and recover the flash. `set` and `create` have files of their own.
 #include "tools/devinfo/commands.h"
 
 #include <cerrno>
@@ -7,19 +7,21 @@
 #include <cstring>
 #include <sys/stat.h>
 
+#include "devinfo/record_store.h"
 #include "devinfo/store.h"
+#include "devinfo/store_io.h"
 #include "hw_start/shmem_info.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 #include "tools/devinfo/report.h"
-#include "tools/devinfo/store_io.h"
 
 namespace {
 
 // The read-only commands' common part: at most one STORE (default the
-// flash store) from argv[index], read read-only under a shared lock.
-// Returns -1 with the record read, or the exit status to give.
+// flash store) from argv[index], read read-only under a shared lock as
+// hw_start reads it. Returns -1 with the record read, or the exit status
+// to give.
 int read_report_store(int argc, char *argv[], int index, const char *help, dev_info *rec,
                       std::size_t *size)
 {
@@ -30,8 +32,16 @@ int read_report_store(int argc, char *argv[], int index, const char *help, dev_i
     if (!store_path_ok(store, help, &rc))
         return rc;
     note_store(store);
-    const unique_fd fd = lock_store(store, Access::read);
-    return fd.ok() && read_store(fd.get(), store, rec, size) ? -1 : kExitProblem;
+    StoreRecord r;
+    if (!read_record(store, &r, say_diag))
+        return kExitProblem;
+    if (r.from_copy)
+        diag("%s: the record block is %s; this is the copy saved at sequence %u, as hw_start "
+             "reads it (devinfo recover repairs the record block)",
+             kFlashDevice, r.copy.erased ? "erased" : "torn", static_cast<unsigned>(r.copy.sequence));
+    *rec = r.rec;
+    *size = r.size;
+    return -1;
 }
 
 } // namespace
@@ -124,4 +134,18 @@ int cmd_shm(int argc, char *argv[])
         ok = false;
     }
     return ok ? kExitOk : kExitProblem;
+}
+
+int cmd_recover(int argc, char *argv[])
+{
+    int first = 0;
+    int rc = parse_options(argc, argv, nullptr, 0, kRecoverHelp, &first);
+    if (rc >= 0)
+        return rc;
+    if (argc - first > 1)
+        return usage_error(kRecoverHelp, "too many arguments");
+    const char *store = first < argc ? argv[first] : kFlashDevice;
+    if (!store_path_ok(store, kRecoverHelp, &rc))
+        return rc;
+    return recover_store(store, say_diag) ? kExitOk : kExitProblem;
 }

@@ -9,14 +9,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "devinfo/record_store.h"
 #include "devinfo/store.h"
+#include "devinfo/store_io.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/fields.h"
-#include "tools/devinfo/flash_store.h"
 #include "tools/devinfo/help.h"
-#include "tools/devinfo/save.h"
-#include "tools/devinfo/store_io.h"
 
 namespace {
 
@@ -52,7 +51,7 @@ int record_from_file(const char *file, const char *from, dev_info *rec)
         diag("cannot open %s: %s", from, std::strerror(errno));
         return kExitProblem;
     }
-    if (!read_store(fd.get(), from, rec, &size))
+    if (!read_store(fd.get(), from, rec, &size, say_diag))
         return kExitProblem;
     Problems problems;
     check_record(*rec, size, true, &problems);
@@ -64,15 +63,18 @@ int record_from_file(const char *file, const char *from, dev_info *rec)
     return kExitProblem;
 }
 
-// Replaces `file` by the `size` bytes of `data` under the lock set takes.
-int write_file(const char *file, const void *data, std::size_t size)
+// Writes `rec` into `file` under the lock set takes: the `size` bytes of
+// `image` (a partition image) when given, else the record; on the flash
+// store the copy first, then the record.
+int write_to(const char *file, const dev_info &rec, const void *image, std::size_t size,
+             const FlashOptions &options)
 {
-    bool missing = false;
-    const unique_fd lock = lock_store(file, Access::write, &missing);
-    struct stat old;
-    if (!missing && (!lock.ok() || ::fstat(lock.get(), &old) != 0))
+    CRecordStore held(say_diag);
+    if (!held.Open(file))
         return kExitProblem;
-    const SaveResult result = save_file(file, missing ? nullptr : &old, data, size);
+    const SaveResult result = image != nullptr ? held.SaveFile(image, size) : held.Save(rec, options);
+    if (result != SaveResult::saved && store_is_flash(file))
+        diag("%s still holds what it held", kFlashDevice);
     return result == SaveResult::saved ? kExitOk : kExitProblem;
 }
 
@@ -86,39 +88,22 @@ int create_image(const char *file, const dev_info &rec, const char *part_text,
     if (!parse_board_id(part_text, &part) || !parse_board_id(erase_text, &erase))
         return usage_error(kCreateHelp, "--partition-size and --erase-size take a decimal or "
                                         "0x-hexadecimal number");
-    if (erase < kCopyFixedSize || part % erase != 0 || part / erase < 2 || part > kMaxImageSize) {
-        diag("refusing to create %s: a partition of %u bytes in erase blocks of %u: it must be "
-             "2 or more whole erase blocks of at least %zu bytes, at most %u bytes in all",
-             file, part, erase, kCopyFixedSize, kMaxImageSize);
-        return kExitProblem;
-    }
-    auto *image = static_cast<std::uint8_t *>(std::malloc(part));
-    if (image == nullptr) {
+    auto *image = static_cast<std::uint8_t *>(part <= kMaxImageSize ? std::malloc(part) : nullptr);
+    if (image == nullptr && part > 0 && part <= kMaxImageSize) {
         diag("cannot create %s: %s", file, std::strerror(ENOMEM));
         return kExitProblem;
     }
-    const auto *bytes = reinterpret_cast<const std::uint8_t *>(&rec);
-    build_record_block(image, erase, bytes, nullptr, 0);
-    std::memset(image + erase, 0xFF, part - erase);
-    build_copy(image + erase, erase, 1, bytes, bytes, nullptr, 0);
-    const int rc = write_file(file, image, part);
+    if (image == nullptr ||
+        !build_partition_image(image, part, erase, reinterpret_cast<const std::uint8_t *>(&rec))) {
+        diag("refusing to create %s: a partition of %u bytes in erase blocks of %u: it must be "
+             "2 or more whole erase blocks of at least %zu bytes, at most %u bytes in all",
+             file, part, erase, kCopyFixedSize, kMaxImageSize);
+        std::free(image);
+        return kExitProblem;
+    }
+    const int rc = write_to(file, rec, image, part, {false, false});
     std::free(image);
     return rc;
-}
-
-// Programs the flash partition: the copy, then the record block.
-int create_flash(const char *file, const dev_info &rec, const FlashOptions &options)
-{
-    note_store(file);
-    const unique_fd lock = lock_store(file, Access::write);
-    CMtdFlash mtd;
-    FlashState st;
-    if (!lock.ok() || !open_flash_store(&mtd, &st))
-        return kExitProblem;
-    const SaveResult result = save_flash_store(mtd, st, lock.get(), rec, options);
-    if (result == SaveResult::kept)
-        diag("%s still holds what it held", kFlashDevice);
-    return result == SaveResult::saved ? kExitOk : kExitProblem;
 }
 
 // Where the record goes, once made.
@@ -127,9 +112,8 @@ int create_to(const char *file, const dev_info &rec, const char *part, const cha
 {
     if (part != nullptr)
         return create_image(file, rec, part, erase);
-    if (store_is_flash(file))
-        return create_flash(file, rec, options);
-    return write_file(file, &rec, sizeof rec);
+    note_store(file);
+    return write_to(file, rec, nullptr, 0, options);
 }
 
 } // namespace

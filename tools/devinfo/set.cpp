@@ -1,6 +1,7 @@
 // devinfo set: changes fields of the stored record and saves it so that
 // the store holds the old record or the new one, whole; then, as the
 // board's SaveDevInfo does, makes eth0 and /config/mac carry its MAC.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -8,15 +9,14 @@
 #include <unistd.h>
 
 #include "base/text.h"
+#include "devinfo/record_store.h"
 #include "devinfo/store.h"
+#include "devinfo/store_io.h"
 #include "net/mac.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/fields.h"
-#include "tools/devinfo/flash_store.h"
 #include "tools/devinfo/help.h"
-#include "tools/devinfo/save.h"
-#include "tools/devinfo/store_io.h"
 
 namespace {
 
@@ -159,43 +159,18 @@ int change_record(const char *store, const dev_info &old, std::size_t size, bool
     return -1;
 }
 
-// The flash store's device and what was read from it.
-struct FlashTarget {
-    CMtdFlash mtd;
-    FlashState st;
-    FlashOptions options = {false, false};
-};
-
-// The stored record: from the partition through its MTD device for the
-// flash store (the copy's record when the record block is torn), else from
-// the file locked on `fd`. False after a message.
-bool read_old(const char *store, int fd, FlashTarget *flash, dev_info *old, std::size_t *size)
-{
-    if (!store_is_flash(store))
-        return read_store(fd, store, old, size);
-    if (!open_flash_store(&flash->mtd, &flash->st))
-        return false;
-    *old = flash->st.record();
-    *size = sizeof *old;
-    return true;
-}
-
-// Saves `rec` over `old` in the store locked on `fd`, the backup first.
-int save(const char *store, int fd, FlashTarget *flash, const dev_info &old, const dev_info &rec,
-         const char *backup)
+// Saves `rec` over `old` in the store held by `held`, the backup first.
+int save(const char *store, CRecordStore &held, const dev_info &old, const dev_info &rec,
+         const char *backup, const FlashOptions &options)
 {
     struct stat st;
-    if (backup != nullptr &&
-        save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, old) != SaveResult::saved) {
+    if (backup != nullptr && save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, &old,
+                                       sizeof old, say_diag) != SaveResult::saved) {
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
     }
-    SaveResult result = SaveResult::kept;
-    if (store_is_flash(store))
-        result = save_flash_store(flash->mtd, flash->st, fd, rec, flash->options);
-    else if (::fstat(fd, &st) == 0)
-        result = save_file(store, &st, rec);
-    if (result == SaveResult::kept)
+    const SaveResult result = held.Save(rec, options);
+    if (result == SaveResult::kept || result == SaveResult::unopened)
         diag("%s still holds the record it held; eth0 and /config/mac are left as they were",
              store);
     if (result == SaveResult::unsure)
@@ -210,12 +185,12 @@ int cmd_set(int argc, char *argv[])
     bool no_apply = false;
     bool force = false;
     const char *backup = nullptr;
-    FlashTarget flash;
+    FlashOptions flash = {false, false};
     const Option options[] = {{"--no-apply", &no_apply, nullptr},
                               {"--force", &force, nullptr},
                               {"--backup", nullptr, &backup},
-                              {"--in-place", &flash.options.in_place, nullptr},
-                              {"--take-copy-block", &flash.options.take_copy_block, nullptr}};
+                              {"--in-place", &flash.in_place, nullptr},
+                              {"--take-copy-block", &flash.take_copy_block, nullptr}};
     int first = 0;
     int rc = parse_options(argc, argv, options, 5, kSetHelp, &first);
     if (rc >= 0)
@@ -240,21 +215,23 @@ int cmd_set(int argc, char *argv[])
         return kExitProblem;
 
     note_store(store);
-    const unique_fd lock = lock_store(store, Access::write);
-    dev_info old;
-    std::size_t size = 0;
-    if (!lock.ok() || !read_old(store, lock.get(), &flash, &old, &size))
+    CRecordStore held(say_diag);
+    if (!held.Open(store))
         return kExitProblem;
-    if ((rc = change_record(store, old, size, force, list, count, &rec)) >= 0)
+    if (held.missing()) {
+        diag("cannot open %s: %s", store, std::strerror(ENOENT));
+        return kExitProblem;
+    }
+    const StoreRecord &old = held.held();
+    if ((rc = change_record(store, old.rec, old.size, force, list, count, &rec)) >= 0)
         return rc;
     // Nothing to write: no erase cycle, no window for a power cut.
-    const bool whole =
-        store_is_flash(store) ? flash.st.decision.action != Recovery::restore : size == sizeof rec;
-    if (std::memcmp(&rec, &old, sizeof rec) == 0 && whole) {
+    if (std::memcmp(&rec, &old.rec, sizeof rec) == 0 && old.size == sizeof rec &&
+        !old.from_copy) {
         diag("%s unchanged: it holds this record already", store_file(store));
         return kExitOk;
     }
-    if ((rc = save(store, lock.get(), &flash, old, rec, backup)) != kExitOk || no_apply)
+    if ((rc = save(store, held, old.rec, rec, backup, flash)) != kExitOk || no_apply)
         return rc;
     char mac[kTextFieldSize];
     read_text_field(rec.mac, mac);

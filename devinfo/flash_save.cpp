@@ -1,41 +1,13 @@
-#include "tools/devinfo/flash_save.h"
+#include "devinfo/flash_save.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
-#include "tools/devinfo/cli.h"
 
 namespace {
 
-// Larger erase blocks than this are taken for a device that misreports.
-constexpr std::uint32_t kMaxEraseSize = 16u << 20;
 constexpr int kBuffers = 5;
-
-bool geometry_ok(const FlashGeometry &g)
-{
-    return g.erase_size >= kDevInfoSize && g.erase_size <= kMaxEraseSize && g.write_size > 0 &&
-           g.erase_size % g.write_size == 0 && g.size >= g.erase_size;
-}
-
-// The first good erase block after block 0, into st->copy_offset (0 when
-// there is none). False after a message when a bad-block query fails.
-bool find_copy_block(Flash &flash, const char *name, FlashState *st)
-{
-    const FlashGeometry &g = st->geo;
-    for (std::uint32_t off = g.erase_size; off <= g.size - g.erase_size; off += g.erase_size) {
-        const int bad = flash.is_bad(off);
-        if (bad < 0) {
-            diag("cannot read %s: bad-block check at 0x%x: %s", name, off, std::strerror(errno));
-            return false;
-        }
-        if (bad == 0) {
-            st->copy_offset = off;
-            return true;
-        }
-    }
-    return true;
-}
 
 // Bytes of `image` a program must cover: up to its last byte that is not
 // 0xFF, in whole write units.
@@ -74,28 +46,30 @@ const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec
     return write_block(flash, st, 0);
 }
 
-SaveResult save_in_place(Flash &flash, FlashState &st, const dev_info &rec, const char *name)
+SaveResult save_in_place(Flash &flash, FlashState &st, const dev_info &rec)
 {
-    diag("%s: no erase block for a copy: writing the record in place; this save is NOT "
+    const char *name = st.name;
+    say_line(st.say, "%s: no erase block for a copy: writing the record in place; this save is NOT "
          "protected against a power cut",
          name);
     const char *step = write_record_block(flash, st, rec);
     if (step == nullptr)
         return SaveResult::saved;
-    diag("cannot save the record to %s: %s: %s", name, step, std::strerror(errno));
+    say_line(st.say, "cannot save the record to %s: %s: %s", name, step, std::strerror(errno));
     return SaveResult::unsure;
 }
 
 // The copy of `rec` into st.image; false after a message when it does not fit.
-bool make_copy(FlashState &st, const dev_info &rec, const char *name)
+bool make_copy(FlashState &st, const dev_info &rec)
 {
+    const char *name = st.name;
     const std::uint8_t *tail = st.current + kDevInfoSize;
     const std::size_t tail_size = trimmed_size(tail, st.geo.erase_size - kDevInfoSize);
     const std::uint32_t sequence = st.decision.copy_valid ? st.decision.copy.sequence + 1 : 1;
     if (build_copy(st.image, st.geo.erase_size, sequence,
                    reinterpret_cast<const std::uint8_t *>(&rec), st.current, tail, tail_size))
         return true;
-    diag("refusing to save to %s: the %zu bytes behind the record in its erase block do not "
+    say_line(st.say, "refusing to save to %s: the %zu bytes behind the record in its erase block do not "
          "fit in a copy (at most %zu in %u-byte blocks); nothing written",
          name, tail_size, static_cast<std::size_t>(st.geo.erase_size) - kCopyFixedSize,
          st.geo.erase_size);
@@ -129,26 +103,35 @@ dev_info FlashState::record() const
     return rec;
 }
 
-bool load_flash(Flash &flash, const char *name, FlashState *st)
+bool load_flash(Flash &flash, const char *name, Say say, FlashState *st)
 {
+    st->name = name;
+    st->say = say;
     st->geo = flash.geometry();
     if (!geometry_ok(st->geo)) {
-        diag("cannot use %s: partition of %u bytes, erase blocks of %u, write units of %u", name,
+        say_line(say, "cannot use %s: partition of %u bytes, erase blocks of %u, write units of %u", name,
              st->geo.size, st->geo.erase_size, st->geo.write_size);
         return false;
     }
     const int bad0 = flash.is_bad(0);
     if (bad0 != 0) {
-        diag("cannot use %s: its first erase block is %s", name,
+        say_line(say, "cannot use %s: its first erase block is %s", name,
              bad0 > 0 ? "bad" : "not readable for its bad-block mark");
         return false;
     }
     const std::size_t size = st->geo.erase_size;
-    if (!find_copy_block(flash, name, st) || !st->allocate())
+    if (find_copy_block(flash, &st->copy_offset) != 0) {
+        say_line(say, "cannot read %s: bad-block check at 0x%x: %s", name, st->copy_offset,
+                 std::strerror(errno));
         return false;
+    }
+    if (!st->allocate()) {
+        say_line(say, "cannot use %s: %s", name, std::strerror(ENOMEM));
+        return false;
+    }
     if (!flash.read(0, st->block0, size) ||
         (st->copy_offset != 0 && !flash.read(st->copy_offset, st->copy, size))) {
-        diag("cannot read %s: %s", name, std::strerror(errno));
+        say_line(say, "cannot read %s: %s", name, std::strerror(errno));
         return false;
     }
     st->decision = decide_recovery(st->block0, st->copy, size);
@@ -161,12 +144,13 @@ bool load_flash(Flash &flash, const char *name, FlashState *st)
 }
 
 SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec,
-                         const FlashOptions &options, const char *name)
+                         const FlashOptions &options)
 {
+    const char *name = st.name;
     if (st.copy_offset == 0) {
         if (options.in_place)
-            return save_in_place(flash, st, rec, name);
-        diag("refusing to save to %s: the partition has no good erase block besides the "
+            return save_in_place(flash, st, rec);
+        say_line(st.say, "refusing to save to %s: the partition has no good erase block besides the "
              "record's, so there is no room for the copy that keeps a save whole through a "
              "power cut; nothing written (--in-place writes it unprotected)",
              name);
@@ -174,42 +158,43 @@ SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec,
     }
     if (classify_copy_block(st.copy, st.geo.erase_size) == CopyBlock::foreign &&
         !options.take_copy_block) {
-        diag("refusing to save to %s: erase block 0x%x, where the copy goes, holds data devinfo "
+        say_line(st.say, "refusing to save to %s: erase block 0x%x, where the copy goes, holds data devinfo "
              "did not write; nothing written (--take-copy-block writes the copy over it)",
              name, st.copy_offset);
         return SaveResult::kept;
     }
-    if (!make_copy(st, rec, name))
+    if (!make_copy(st, rec))
         return SaveResult::kept;
     const char *step = write_block(flash, st, st.copy_offset);
     if (step != nullptr) {
-        diag("cannot save the record to %s: copy %s: %s; the record was not touched", name, step,
+        say_line(st.say, "cannot save the record to %s: copy %s: %s; the record was not touched", name, step,
              std::strerror(errno));
         return SaveResult::kept;
     }
     step = write_record_block(flash, st, rec);
     if (step == nullptr)
         return SaveResult::saved;
-    diag("cannot save the record to %s: %s: %s; the copy holds the new record (devinfo recover "
+    say_line(st.say, "cannot save the record to %s: %s: %s; the copy holds the new record (devinfo recover "
          "puts it in place)",
          name, step, std::strerror(errno));
     return SaveResult::unsure;
 }
 
-bool recover_flash(Flash &flash, FlashState &st, const char *name, bool *wrote)
+bool recover_flash(Flash &flash, FlashState &st, bool *wrote)
 {
+    const char *name = st.name;
     *wrote = false;
     const Decision &d = st.decision;
     switch (d.action) {
     case Recovery::nothing:
         return true;
     case Recovery::keep:
-        diag("%s: the record differs from the copy saved at sequence %u; kept the record (the "
+        say_line(st.say, "%s: the record differs from the copy saved at sequence %u; kept the record (the "
              "next save rewrites the copy)",
              name, d.copy.sequence);
         return true;
     case Recovery::none_whole:
-        diag("%s: no whole record: the record has no magic and there is no valid copy; left as "
+        say_line(st.say, "%s: no whole record: the record has no magic and there is no valid copy; left as "
              "it is",
              name);
         return false;
@@ -220,11 +205,11 @@ bool recover_flash(Flash &flash, FlashState &st, const char *name, bool *wrote)
     *wrote = true;
     const char *step = write_block(flash, st, 0);
     if (step != nullptr) {
-        diag("%s: cannot restore the record from the copy saved at sequence %u: %s: %s", name,
+        say_line(st.say, "%s: cannot restore the record from the copy saved at sequence %u: %s: %s", name,
              d.copy.sequence, step, std::strerror(errno));
         return false;
     }
-    diag("%s: record was %s; restored the copy saved at sequence %u", name,
+    say_line(st.say, "%s: record was %s; restored the copy saved at sequence %u", name,
          d.erased ? "erased" : "torn", d.copy.sequence);
     return true;
 }

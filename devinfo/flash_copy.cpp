@@ -1,4 +1,4 @@
-#include "tools/devinfo/flash_copy.h"
+#include "devinfo/flash_copy.h"
 
 #include <cstring>
 
@@ -24,24 +24,19 @@ std::uint8_t block_byte(const std::uint8_t *record, const std::uint8_t *tail, st
     return i < tail_size ? tail[i] : kErased;
 }
 
-bool has_magic(const std::uint8_t *record_block)
-{
-    std::uint64_t magic = 0;
-    std::memcpy(&magic, record_block, sizeof magic);
-    return magic == kDevInfoMagic;
-}
-
 // How the record block compares with the old and the new block the copy
 // describes.
 struct Match {
     bool is_new, is_old, erasing, programming;
 };
 
-Match compare_block(const std::uint8_t *block, std::size_t size, const CopyView &c)
+Match compare_block(const BlockView &block, const CopyView &c)
 {
-    Match m = {true, true, true, true};
-    for (std::size_t i = 0; i < size; ++i) {
-        const std::uint8_t b = block[i];
+    // Behind what was read, both blocks are 0xFF: the rest must be too.
+    const bool rest = block.rest_erased;
+    Match m = {rest, rest, rest, rest};
+    for (std::size_t i = 0; i < block.size; ++i) {
+        const std::uint8_t b = block.bytes[i];
         const std::uint8_t o = block_byte(c.old_record, c.tail, c.tail_size, i);
         const std::uint8_t n = block_byte(c.new_record, c.tail, c.tail_size, i);
         m.is_new = m.is_new && b == n;
@@ -73,17 +68,33 @@ std::size_t trimmed_size(const std::uint8_t *data, std::size_t size)
     return size;
 }
 
-bool parse_copy(const std::uint8_t *block, std::size_t size, CopyView *out)
+bool has_record_magic(const std::uint8_t *bytes)
+{
+    std::uint64_t magic = 0;
+    std::memcpy(&magic, bytes, sizeof magic);
+    return magic == kDevInfoMagic;
+}
+
+std::size_t copy_size(const std::uint8_t *header, std::size_t block_size)
 {
     CopyHeader h;
-    if (size < sizeof h)
-        return false;
-    std::memcpy(&h, block, sizeof h);
-    const std::size_t room = size - sizeof h;
+    if (block_size < sizeof h)
+        return 0;
+    std::memcpy(&h, header, sizeof h);
+    const std::size_t room = block_size - sizeof h;
     if (h.magic != kCopyMagic || h.version != kCopyVersion || h.header_size != sizeof h ||
         h.record_size != kDevInfoSize || h.payload_size > room || h.tail_size > h.payload_size ||
         h.payload_size - h.tail_size != 2 * kDevInfoSize)
+        return 0;
+    return sizeof h + h.payload_size;
+}
+
+bool parse_copy(const std::uint8_t *block, std::size_t size, CopyView *out)
+{
+    if (size < sizeof(CopyHeader) || copy_size(block, size) == 0)
         return false;
+    CopyHeader h;
+    std::memcpy(&h, block, sizeof h);
     const std::uint8_t *payload = block + sizeof h;
     if (copy_crc(h, payload) != h.crc)
         return false;
@@ -126,6 +137,16 @@ void build_record_block(std::uint8_t *block, std::size_t size, const std::uint8_
         std::memcpy(block + kDevInfoSize, tail, tail_size);
 }
 
+bool build_partition_image(std::uint8_t *image, std::size_t part_size, std::size_t erase_size,
+                           const std::uint8_t *record)
+{
+    if (erase_size < kCopyFixedSize || part_size % erase_size != 0 || part_size / erase_size < 2)
+        return false;
+    build_record_block(image, erase_size, record, nullptr, 0);
+    std::memset(image + erase_size, kErased, part_size - erase_size);
+    return build_copy(image + erase_size, erase_size, 1, record, record, nullptr, 0);
+}
+
 CopyBlock classify_copy_block(const std::uint8_t *block, std::size_t size)
 {
     if (trimmed_size(block, size) == 0)
@@ -136,25 +157,28 @@ CopyBlock classify_copy_block(const std::uint8_t *block, std::size_t size)
     return (word & kCopyMagic) == kCopyMagic ? CopyBlock::ours : CopyBlock::foreign;
 }
 
+Recovery choose_recovery(const BlockView &block, const CopyView &copy)
+{
+    const Match m = compare_block(block, copy);
+    if (m.is_new)
+        return Recovery::nothing;
+    const bool on_its_way = m.erasing || m.programming || !has_record_magic(block.bytes);
+    return !m.is_old && on_its_way ? Recovery::restore : Recovery::keep;
+}
+
 Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
                          std::size_t size)
 {
     Decision d = {Recovery::nothing, false, false, {0, nullptr, nullptr, nullptr, 0}};
     d.erased = trimmed_size(record_block, size) == 0;
-    const bool magic = size >= kDevInfoSize && has_magic(record_block);
-    d.copy_valid = size >= kDevInfoSize && parse_copy(copy_block, size, &d.copy) &&
-                   kDevInfoSize + d.copy.tail_size <= size;
+    // A valid copy's record and tail fit a block: its payload did.
+    d.copy_valid = size >= kDevInfoSize && parse_copy(copy_block, size, &d.copy);
     if (!d.copy_valid) {
         // The record block is touched only after a whole copy was read back.
+        const bool magic = size >= kDevInfoSize && has_record_magic(record_block);
         d.action = magic ? Recovery::nothing : Recovery::none_whole;
         return d;
     }
-    // Equal to the old block: cut before the erase, or written back by hand.
-    const Match m = compare_block(record_block, size, d.copy);
-    const bool on_its_way = !m.is_old && (m.erasing || m.programming || !magic);
-    if (m.is_new)
-        d.action = Recovery::nothing;
-    else
-        d.action = on_its_way ? Recovery::restore : Recovery::keep;
+    d.action = choose_recovery({record_block, size, true}, d.copy);
     return d;
 }

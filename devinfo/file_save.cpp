@@ -1,4 +1,4 @@
-#include "tools/devinfo/save.h"
+#include "devinfo/file_save.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,8 +10,7 @@
 #include <unistd.h>
 
 #include "base/unique_fd.h"
-#include "tools/devinfo/cli.h"
-#include "tools/devinfo/store_io.h"
+#include "devinfo/store_io.h"
 
 namespace {
 
@@ -20,20 +19,20 @@ constexpr std::size_t kPathSize = PATH_MAX + 16;
 
 // Compares what `fd` holds from offset 0 with the `size` bytes of `data`,
 // and wants nothing behind them. False after a message.
-bool check_back(int fd, const char *file, const void *data, std::size_t size)
+bool check_back(int fd, const char *file, const void *data, std::size_t size, Say say)
 {
     const auto *want = static_cast<const unsigned char *>(data);
     unsigned char back[4096];
     for (std::size_t done = 0;; done += sizeof back) {
         const ssize_t n = ::pread(fd, back, sizeof back, static_cast<off_t>(done));
         if (n < 0) {
-            diag("read-back of %s failed: %s", file, std::strerror(errno));
+            say_line(say, "read-back of %s failed: %s", file, std::strerror(errno));
             return false;
         }
         const auto got = static_cast<std::size_t>(n);
         const std::size_t left = size - std::min(done, size);
         if (got != std::min(left, sizeof back) || std::memcmp(back, want + done, got) != 0) {
-            diag("read-back: %s does not hold the %zu bytes just saved", file, size);
+            say_line(say, "read-back: %s does not hold the %zu bytes just saved", file, size);
             return false;
         }
         if (got == 0)
@@ -42,9 +41,9 @@ bool check_back(int fd, const char *file, const void *data, std::size_t size)
 }
 
 // Failure of `step` on `file`; the result `r` is returned.
-SaveResult fail(SaveResult r, const char *step, const char *file)
+SaveResult fail(SaveResult r, const char *step, const char *file, Say say)
 {
-    diag("cannot save the record to %s: %s: %s", file, step, std::strerror(errno));
+    say_line(say, "cannot save the record to %s: %s: %s", file, step, std::strerror(errno));
     return r;
 }
 
@@ -93,7 +92,8 @@ const char *split_dir(const char *path, char (&dir)[kPathSize])
 
 } // namespace
 
-SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size)
+SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size,
+                     Say say)
 {
     char real[kPathSize];
     if (::realpath(path, real) == nullptr)
@@ -104,11 +104,11 @@ SaveResult save_file(const char *path, const struct stat *old, const void *data,
     const int len = std::snprintf(tmp, sizeof tmp, "%s/.%s.XXXXXX", dir, name);
     if (len < 0 || static_cast<std::size_t>(len) >= sizeof tmp) {
         errno = ENAMETOOLONG;
-        return fail(SaveResult::kept, "temporary file", path);
+        return fail(SaveResult::unopened, "temporary file", path, say);
     }
     unique_fd fd(::mkostemp(tmp, O_CLOEXEC));
     if (!fd.ok())
-        return fail(SaveResult::kept, "temporary file", path);
+        return fail(SaveResult::unopened, "temporary file", path, say);
     const char *step = fill_temp(fd.get(), old, data, size);
     if (step == nullptr && ::close(fd.release()) != 0)
         step = "close";
@@ -118,13 +118,13 @@ SaveResult save_file(const char *path, const struct stat *old, const void *data,
         const int error = errno;
         ::unlink(tmp);
         errno = error;
-        return fail(SaveResult::kept, step, path);
+        return fail(SaveResult::kept, step, path, say);
     }
     const unique_fd dir_fd(::open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!dir_fd.ok() || ::fsync(dir_fd.get()) != 0)
-        return fail(SaveResult::unsure, "fsync of its directory", path);
+        return fail(SaveResult::unsure, "fsync of its directory", path, say);
     const unique_fd back(::open(real, O_RDONLY | O_CLOEXEC));
     if (!back.ok())
-        return fail(SaveResult::unsure, "read-back", path);
-    return check_back(back.get(), path, data, size) ? SaveResult::saved : SaveResult::unsure;
+        return fail(SaveResult::unsure, "read-back", path, say);
+    return check_back(back.get(), path, data, size, say) ? SaveResult::saved : SaveResult::unsure;
 }

@@ -1,4 +1,4 @@
-#include "tools/devinfo/mtd_flash.h"
+#include "devinfo/mtd_flash.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -6,11 +6,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "tools/devinfo/store_io.h"
+#include "devinfo/store_io.h"
 
-bool CMtdFlash::Open(const char *path)
+bool CMtdFlash::Open(const char *path, bool writable)
 {
-    fd_.reset(::open(path, O_RDWR | O_CLOEXEC));
+    fd_.reset(::open(path, (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC));
     if (!fd_.ok())
         return false;
     if (::ioctl(fd_.get(), MEMGETINFO, &info_) != 0) {

@@ -7,7 +7,7 @@
 #include <mtd/mtd-user.h>
 
 #include "base/unique_fd.h"
-#include "tools/devinfo/flash_save.h"
+#include "devinfo/flash.h"
 
 // The character device of the flash store's partition (/dev/mtdblock3).
 constexpr const char kFlashMtdDevice[] = "/dev/mtd3";
@@ -16,9 +16,10 @@ class CMtdFlash final : public Flash {
 public:
     CMtdFlash() = default;
 
-    // Opens `path` read-write and asks its geometry. False with errno set
-    // (ENOENT when there is no such device).
-    bool Open(const char *path);
+    // Opens `path` (read-write for a save or recovery, read-only for a
+    // read) and asks its geometry. False with errno set (ENOENT when there
+    // is no such device).
+    bool Open(const char *path, bool writable = true);
     bool ok() const { return fd_.ok(); }
 
     FlashGeometry geometry() const override;

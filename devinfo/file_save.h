@@ -1,16 +1,19 @@
-// Saves that leave a store holding the old record or the new one, whole,
-// whatever happens, and the read-back that checks them. Every failure is
-// told on standard error.
+// Saves of a record file that leave it holding the old record or the new
+// one, whole, whatever happens, and the read-back that checks them. Every
+// failure is told through a Say.
 #pragma once
 
 #include <cstddef>
 #include <sys/stat.h>
 
 #include "devinfo/dev_info.h"
+#include "devinfo/say.h"
 
 enum class SaveResult {
-    saved,  // the new record is stored, read back and checked
-    kept,   // failed before the store was touched: it holds what it held
+    saved,    // the new record is stored, read back and checked
+    unopened, // the store, or a temporary file beside it, could not be
+              // opened: nothing was written
+    kept,     // failed before the store was touched: it holds what it held
     unsure, // failed after the store was written: it may hold the new
             // record (flash: in the copy at least) or the old one
 };
@@ -21,11 +24,6 @@ enum class SaveResult {
 // directory is fsync'ed; then `path` is read back. The new file gets the
 // mode and owner of `old`, the file it replaces; with `old` null, mode 0644
 // less the umask and the caller's owner. A failure before the rename
-// removes the temporary file.
-SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size);
-
-// The record file: save_file with the 280 bytes of `rec`.
-inline SaveResult save_file(const char *path, const struct stat *old, const dev_info &rec)
-{
-    return save_file(path, old, &rec, sizeof rec);
-}
+// removes the temporary file. Failures are told to `say`.
+SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size,
+                     Say say);

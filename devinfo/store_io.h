@@ -1,5 +1,5 @@
-// devinfo's access to a store: opening it under a lock and reading it.
-// Unlike hw_start's reads, the read-only commands open it read-only.
+// A store opened under a lock and read, and the whole reads and writes at
+// offsets that the stores and the MTD device use.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,7 @@
 
 #include "base/unique_fd.h"
 #include "devinfo/dev_info.h"
+#include "devinfo/say.h"
 
 // Read-only under a shared lock (show, get, verify), or read-write under
 // an exclusive one (set, create).
@@ -16,17 +17,15 @@ enum class Access { read, write };
 // store, whatever path selected it.
 const char *store_file(const char *store);
 
-// Says on standard error when `store` only selects the flash store.
-void note_store(const char *store);
-
 // Opens the store's file and takes a flock on it, waiting up to 3 s for
-// another devinfo to let go. A save replaces a record file by renaming a
+// another process to let go (devinfo, or a board's save). A save replaces a record file by renaming a
 // new one over it, so the lock counts only while the path still names the
 // locked file; otherwise it starts again on the file that replaced it.
-// Empty after a message when the store cannot be opened or locked; with
-// `missing` given, a record file that does not exist gives empty without
-// a message and sets *missing.
-unique_fd lock_store(const char *store, Access access, bool *missing = nullptr);
+// The flash store is locked on /dev/mtdblock3 opened read-only (it is
+// written through its MTD device). Empty after a message to `say` when the
+// store cannot be opened or locked; with `missing` given, a record file
+// that does not exist gives empty without a message and sets *missing.
+unique_fd lock_store(const char *store, Access access, Say say, bool *missing = nullptr);
 
 // Reads up to `size` bytes from `offset` of `fd`, until end of file.
 // Returns the count, or -1 (errno set) on an error.
@@ -39,6 +38,6 @@ bool write_at(int fd, const void *buf, std::size_t size, off_t offset);
 // Reads the first 280 bytes of the store open on `fd` into `rec`, which is
 // zero-filled first, so bytes a short file lacks read as zero; *size gets
 // how many bytes the store holds (a file's size, 280 for a partition).
-// False after a message when the read failed or the flash store gave less
-// than a whole record.
-bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size);
+// False after a message to `say` when the read failed or the flash store
+// gave less than a whole record.
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, Say say);

@@ -1,4 +1,4 @@
-#include "tools/devinfo/store_io.h"
+#include "devinfo/store_io.h"
 
 #include <cerrno>
 #include <cstring>
@@ -9,16 +9,15 @@
 
 #include "devinfo/store.h"
 #include "log/log.h"
-#include "tools/devinfo/cli.h"
 
 namespace {
 
-// How long a command waits for another devinfo to let go of the store.
+// How long an operation waits for another process to let go of the store.
 constexpr std::uint32_t kLockWaitMs = 3000;
 constexpr std::uint32_t kLockPollMs = 100;
 
 // Takes the flock, polling until kLockWaitMs passed. False after a message.
-bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited)
+bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited, Say say)
 {
     const int op = (access == Access::write ? LOCK_EX : LOCK_SH) | LOCK_NB;
     for (;; *waited += kLockPollMs) {
@@ -27,7 +26,7 @@ bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited)
         if (errno == EINTR)
             continue;
         if (errno != EWOULDBLOCK || *waited >= kLockWaitMs) {
-            diag("cannot lock %s: %s", file,
+            say_line(say, "cannot lock %s: %s", file,
                  errno == EWOULDBLOCK ? "another process holds it" : std::strerror(errno));
             return false;
         }
@@ -51,13 +50,7 @@ const char *store_file(const char *store)
     return store_is_flash(store) ? kFlashDevice : store;
 }
 
-void note_store(const char *store)
-{
-    if (store_is_flash(store) && std::strcmp(store, kFlashDevice) != 0)
-        diag("%s selects the flash store %s", store, kFlashDevice);
-}
-
-unique_fd lock_store(const char *store, Access access, bool *missing)
+unique_fd lock_store(const char *store, Access access, Say say, bool *missing)
 {
     const char *file = store_file(store);
     // The flash is written through its MTD device: the block device is
@@ -72,10 +65,10 @@ unique_fd lock_store(const char *store, Access access, bool *missing)
             return fd;
         }
         if (!fd.ok()) {
-            diag("cannot open %s: %s", file, std::strerror(errno));
+            say_line(say, "cannot open %s: %s", file, std::strerror(errno));
             return fd;
         }
-        if (!take_lock(fd.get(), file, access, &waited))
+        if (!take_lock(fd.get(), file, access, &waited, say))
             return unique_fd();
         if (store_is_flash(store) || still_named(fd.get(), file))
             return fd;
@@ -116,12 +109,12 @@ bool write_at(int fd, const void *buf, std::size_t size, off_t offset)
     return true;
 }
 
-bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size)
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, Say say)
 {
     std::memset(rec, 0, sizeof *rec);
     const ssize_t n = read_at(fd, rec, sizeof *rec);
     if (n < 0) {
-        diag("cannot read a record from %s: %s", store_file(store), std::strerror(errno));
+        say_line(say, "cannot read a record from %s: %s", store_file(store), std::strerror(errno));
         return false;
     }
     const auto got = static_cast<std::size_t>(n);
@@ -129,7 +122,7 @@ bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size)
     const bool file = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     *size = file ? static_cast<std::size_t>(st.st_size) : got;
     if (store_is_flash(store) && got < sizeof *rec) {
-        diag("cannot read a record from %s: it gave %zu bytes", kFlashDevice, got);
+        say_line(say, "cannot read a record from %s: it gave %zu bytes", kFlashDevice, got);
         return false;
     }
     return true;

@@ -67,9 +67,15 @@ struct CopyView {
     std::size_t tail_size;
 };
 
-// True with *out set when the `size`-byte block holds a whole copy: magic,
-// version, sizes consistent and inside the block, CRC right. Reads nothing
-// outside the block.
+// Bytes a copy takes in an erase block of `block_size` bytes, from its
+// header (sizeof(CopyHeader) bytes): the header and its payload. 0 when
+// the header cannot begin a valid copy there (magic, version, sizes), so a
+// reader fetches exactly the copy and nothing behind it.
+std::size_t copy_size(const std::uint8_t *header, std::size_t block_size);
+
+// True with *out set when the `size`-byte block holds a whole copy: the
+// header as copy_size wants it with the payload inside the block, and the
+// CRC right. Reads nothing outside the block.
 bool parse_copy(const std::uint8_t *block, std::size_t size, CopyView *out);
 
 // Fills the `size`-byte `block` with a copy: header with `sequence`, the
@@ -83,6 +89,14 @@ bool build_copy(std::uint8_t *block, std::size_t size, std::uint32_t sequence,
 // tail, 0xFF behind. `size` must hold both.
 void build_record_block(std::uint8_t *block, std::size_t size, const std::uint8_t *record,
                         const std::uint8_t *tail, std::size_t tail_size);
+
+// A whole partition image of `part_size` bytes in erase blocks of
+// `erase_size`, as a flash programmer writes it: the record block (`record`,
+// then 0xFF), the copy (sequence 1, old and new record both `record`) in
+// erase block 1, 0xFF everywhere else. False, `image` untouched, unless
+// the partition is two or more whole erase blocks that hold a copy.
+bool build_partition_image(std::uint8_t *image, std::size_t part_size, std::size_t erase_size,
+                           const std::uint8_t *record);
 
 // What the block meant for the copy holds: nothing (all 0xFF), a copy of
 // ours (its first word has every 1-bit of kCopyMagic: whole, torn, or cut
@@ -108,12 +122,30 @@ struct Decision {
     CopyView copy;
 };
 
-// The choice over the record block and the copy block, `size` bytes each.
-// With a valid copy: the record block equal to the copy's new record and
-// tail is nothing to do; equal to the old one (a save cut before it erased
-// the block, or the old record written back by hand) is kept; on its way
-// from old to new - every byte keeping all 1-bits of the old block (cut
-// erase) or of the new one (cut program) - or without the record's magic
-// is restored; any other whole record is kept.
+// What a reader has of the record block: its first `size` bytes (at least
+// the record and the copy's tail) and whether every byte behind them is
+// 0xFF. A whole block has nothing behind it.
+struct BlockView {
+    const std::uint8_t *bytes;
+    std::size_t size;
+    bool rest_erased;
+};
+
+// The choice over the record block and a valid copy. The record block
+// equal to the copy's new record and tail is nothing to do; equal to the
+// old one (a save cut before it erased the block, or the old record
+// written back by hand) is kept; on its way from old to new - every byte
+// keeping all 1-bits of the old block (cut erase) or of the new one (cut
+// program) - or without the record's magic is restored; any other whole
+// record is kept.
+Recovery choose_recovery(const BlockView &block, const CopyView &copy);
+
+// The same choice over the whole record block and copy block, `size`
+// bytes each, whether or not the copy is valid: without a valid copy a
+// record block with the record's magic is nothing to do, one without is
+// none_whole.
 Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
                          std::size_t size);
+
+// The first 8 bytes of `bytes` are the record's magic.
+bool has_record_magic(const std::uint8_t *bytes);

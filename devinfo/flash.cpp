@@ -1,0 +1,28 @@
+#include "devinfo/flash.h"
+
+#include "devinfo/dev_info.h"
+
+namespace {
+
+constexpr std::uint32_t kMaxEraseSize = 16u << 20;
+
+} // namespace
+
+bool geometry_ok(const FlashGeometry &g)
+{
+    return g.erase_size >= kDevInfoSize && g.erase_size <= kMaxEraseSize && g.write_size > 0 &&
+           g.erase_size % g.write_size == 0 && g.size >= g.erase_size;
+}
+
+int find_copy_block(Flash &flash, std::uint32_t *offset)
+{
+    const FlashGeometry g = flash.geometry();
+    for (std::uint32_t off = g.erase_size; off <= g.size - g.erase_size; off += g.erase_size) {
+        *offset = off;
+        const int bad = flash.is_bad(off);
+        if (bad <= 0)
+            return bad;
+    }
+    *offset = 0;
+    return 0;
+}
