@@ -5,10 +5,20 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "log/log.h"
 #include "base/unique_fd.h"
+#include "devinfo/mtd_flash.h"
+#include "devinfo/flash_read.h"
+#include "devinfo/store_io.h"
+#include "log/log.h"
 
 namespace {
+
+// The library's messages, as debug lines of the operation that hears them.
+void say_read(const char *line)
+{
+    log_notice("do_read_dev_mtd", "%s\n", line);
+}
+
 
 // Reads until `size` bytes came, end of file or an error. Returns the
 // count, or -1 when the first read failed.
@@ -56,6 +66,20 @@ bool store_is_flash(const char *path)
 int do_read_dev_mtd(dev_info *rec)
 {
     log_notice_line(__func__, "enter!");
+    // A partition with its MTD device may hold the record's copy: a save
+    // in progress is waited for (its lock), and a record block it left
+    // torn reads as the copy's record. Without one, the plain read below.
+    CMtdFlash mtd;
+    unique_fd lock;
+    if (mtd.Open(kFlashMtdDevice, false)) {
+        lock = lock_store(kFlashDevice, Access::read, say_read);
+        CopyChoice how;
+        if (read_copy_choice(mtd, rec, &how)) {
+            log_notice(__func__, "the record block is %s; read the copy saved at sequence %u\n",
+                       how.erased ? "erased" : "torn", static_cast<unsigned>(how.sequence));
+            return 0;
+        }
+    }
     unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
     if (!fd.ok()) {
         log_notice(__func__, "device %s open failed\n", kFlashDevice);

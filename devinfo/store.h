@@ -1,7 +1,8 @@
-// The two stores of the device information record: the raw flash
-// partition and a plain record file. Every operation opens, moves the
-// record and closes again; nothing is cached. Results are 0 for success
-// and -1 for failure; the reason is told only by debug lines.
+// The two stores of the device information record as the board object
+// uses them: the raw flash partition and a plain record file. Every
+// operation opens, moves the record and closes again; nothing is cached.
+// Results are 0 for success and -1 for failure; the reason is told only by
+// debug lines.
 #pragma once
 
 #include "devinfo/dev_info.h"
@@ -16,6 +17,9 @@ bool store_is_flash(const char *path);
 
 // Reads bytes 0-279 of the partition into `rec`. -1 when it cannot be
 // opened or fewer than 280 bytes came; bytes that did come stay in `rec`.
+// With /dev/mtd3, under a shared lock against a save: a record block that
+// a cut save left erased or torn while its copy is whole reads as the
+// copy's new record (one debug line says so); nothing is written.
 int do_read_dev_mtd(dev_info *rec);
 
 // Writes `rec` to bytes 0-279 of the partition and fsyncs it. -1 when it
