@@ -10,8 +10,11 @@ constexpr std::uint32_t kMaxEraseSize = 16u << 20;
 
 bool geometry_ok(const FlashGeometry &g)
 {
+    // Masks, not division: 32-bit ARM has no divide instruction to spare
+    // the library call.
+    const std::uint32_t unit = g.write_size - 1;
     return g.erase_size >= kDevInfoSize && g.erase_size <= kMaxEraseSize && g.write_size > 0 &&
-           g.erase_size % g.write_size == 0 && g.size >= g.erase_size;
+           (g.write_size & unit) == 0 && (g.erase_size & unit) == 0 && g.size >= g.erase_size;
 }
 
 int find_copy_block(Flash &flash, std::uint32_t *offset)

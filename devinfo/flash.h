@@ -33,8 +33,8 @@ protected:
 
 // True when the geometry can hold the record and its copy in whole write
 // units: erase blocks of at least a record and at most 16 MiB (larger is
-// taken for a device that misreports), whole write units, at least one
-// block.
+// taken for a device that misreports) made of whole write units, a write
+// unit a power of two (as every MTD device's is), at least one block.
 bool geometry_ok(const FlashGeometry &g);
 
 // The copy's erase block: the first good one after block 0, into *offset

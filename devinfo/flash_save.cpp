@@ -14,7 +14,8 @@ constexpr int kBuffers = 5;
 std::size_t program_size(const std::uint8_t *image, const FlashGeometry &g)
 {
     const std::size_t used = trimmed_size(image, g.erase_size);
-    return (used + g.write_size - 1) / g.write_size * g.write_size;
+    const std::size_t unit = g.write_size - 1; // a power of two less one
+    return (used + unit) & ~unit;
 }
 
 // Erases the block at `offset`, programs st.image into it and reads it
