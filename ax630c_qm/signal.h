@@ -8,7 +8,7 @@
 
 // Status codes 0 to 12, each five beeps: '0' short, anything else long.
 // The rows are taken as listed, not from a rule.
-constexpr std::array<const char *, 13> kStatusPatterns = {
+inline constexpr std::array<const char *, 13> kStatusPatterns = {
     "00000", "11111", "00010", "00011", "00001", "00100", "00101",
     "00110", "00111", "01000", "01001", "01010", "01011",
 };

@@ -12,27 +12,26 @@
 #include "base/unique_fd.h"
 #include "devinfo/store_io.h"
 
-namespace {
+namespace
+{
 
 // Room for a resolved path and the temporary name beside it.
 constexpr std::size_t kPathSize = PATH_MAX + 16;
 
-// Compares what `fd` holds from offset 0 with the `size` bytes of `data`,
-// and wants nothing behind them. False after a message.
-bool check_back(int fd, const char *file, const void *data, std::size_t size, Say say)
+// True when what `fd` holds from offset 0 is the `size` bytes of `data`
+// and nothing behind them; false with errno set (EIO: other bytes).
+bool check_back(int fd, const void *data, std::size_t size)
 {
     const auto *want = static_cast<const unsigned char *>(data);
     unsigned char back[4096];
     for (std::size_t done = 0;; done += sizeof back) {
         const ssize_t n = ::pread(fd, back, sizeof back, static_cast<off_t>(done));
-        if (n < 0) {
-            say_line(say, "read-back of %s failed: %s", file, std::strerror(errno));
+        if (n < 0)
             return false;
-        }
         const auto got = static_cast<std::size_t>(n);
         const std::size_t left = size - std::min(done, size);
         if (got != std::min(left, sizeof back) || std::memcmp(back, want + done, got) != 0) {
-            say_line(say, "read-back: %s does not hold the %zu bytes just saved", file, size);
+            errno = EIO;
             return false;
         }
         if (got == 0)
@@ -56,9 +55,12 @@ bool take_over(int fd, const struct stat *old)
         ::umask(mask);
         return ::fchmod(fd, 0644 & ~mask) == 0;
     }
-    // Owner first: a change of owner clears the set-id bits.
-    if ((old->st_uid != ::geteuid() || old->st_gid != ::getegid()) &&
-        ::fchown(fd, old->st_uid, old->st_gid) != 0)
+    // Owner first: a change of owner clears the set-id bits. Only a change:
+    // a user may not give a file to a group of which they are no member,
+    // even the group it had.
+    struct stat now;
+    if (::fstat(fd, &now) != 0 || ((old->st_uid != now.st_uid || old->st_gid != now.st_gid) &&
+                                   ::fchown(fd, old->st_uid, old->st_gid) != 0))
         return false;
     return ::fchmod(fd, old->st_mode & 07777) == 0;
 }
@@ -116,7 +118,7 @@ SaveResult save_file(const char *path, const struct stat *old, const void *data,
         step = "rename";
     if (step != nullptr) {
         const int error = errno;
-        ::unlink(tmp);
+        std::remove(tmp);
         errno = error;
         return fail(SaveResult::kept, step, path, say);
     }
@@ -124,7 +126,7 @@ SaveResult save_file(const char *path, const struct stat *old, const void *data,
     if (!dir_fd.ok() || ::fsync(dir_fd.get()) != 0)
         return fail(SaveResult::unsure, "fsync of its directory", path, say);
     const unique_fd back(::open(real, O_RDONLY | O_CLOEXEC));
-    if (!back.ok())
+    if (!back.ok() || !check_back(back.get(), data, size))
         return fail(SaveResult::unsure, "read-back", path, say);
-    return check_back(back.get(), path, data, size, say) ? SaveResult::saved : SaveResult::unsure;
+    return SaveResult::saved;
 }

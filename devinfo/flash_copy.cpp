@@ -2,7 +2,8 @@
 
 #include <cstring>
 
-namespace {
+namespace
+{
 
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::size_t kCrcOffset = offsetof(CopyHeader, crc);
@@ -84,7 +85,7 @@ std::size_t copy_size(const std::uint8_t *header, std::size_t block_size)
     const std::size_t room = block_size - sizeof h;
     if (h.magic != kCopyMagic || h.version != kCopyVersion || h.header_size != sizeof h ||
         h.record_size != kDevInfoSize || h.payload_size > room || h.tail_size > h.payload_size ||
-        h.payload_size - h.tail_size != 2 * kDevInfoSize)
+        h.payload_size - h.tail_size != 2 * kDevInfoSize || h.reserved != 0)
         return 0;
     return sizeof h + h.payload_size;
 }

@@ -69,8 +69,9 @@ struct CopyView {
 
 // Bytes a copy takes in an erase block of `block_size` bytes, from its
 // header (sizeof(CopyHeader) bytes): the header and its payload. 0 when
-// the header cannot begin a valid copy there (magic, version, sizes), so a
-// reader fetches exactly the copy and nothing behind it.
+// the header cannot begin a valid copy there (magic, version, sizes, the
+// reserved word zero), so a reader fetches exactly the copy and nothing
+// behind it.
 std::size_t copy_size(const std::uint8_t *header, std::size_t block_size);
 
 // True with *out set when the `size`-byte block holds a whole copy: the

@@ -20,15 +20,16 @@
 
 // What a save or recovery read from the partition, the buffers it writes
 // from, and who hears about it. Owns its memory.
-class FlashState {
-public:
+class FlashState
+{
+  public:
     FlashState() = default;
     ~FlashState();
     FlashState(const FlashState &) = delete;
     FlashState &operator=(const FlashState &) = delete;
 
-    const char *name = "";           // the store as the user knows it
-    Say say = nullptr;               // where messages go
+    const char *name = ""; // the store as the user knows it
+    Say say = nullptr;     // where messages go
     FlashGeometry geo = {0, 0, 0};
     std::uint32_t copy_offset = 0;   // 0: no good erase block for a copy
     std::uint8_t *block0 = nullptr;  // the record block as read
@@ -45,7 +46,7 @@ public:
     // Allocates the five buffers for `geo`; false when out of memory.
     bool allocate();
 
-private:
+  private:
     std::uint8_t *mem_ = nullptr;
 };
 
@@ -55,18 +56,37 @@ private:
 // be read or its geometry makes no sense.
 bool load_flash(Flash &flash, const char *name, Say say, FlashState *st);
 
-// How a save may go where the partition leaves no safe way.
-struct FlashOptions {
-    bool in_place;        // a single-block partition: write the record in place
-    bool take_copy_block; // write the copy over data devinfo did not write
+// Why a save refused to write: there is no safe way.
+enum class Refusal {
+    none,
+    no_copy_block,  // no good erase block besides the record's
+    foreign_copy,   // the copy's block holds data devinfo did not write
+    tail_too_large, // the bytes behind the record do not fit in a copy
 };
 
 // Saves `rec` into the partition loaded in `st`, keeping the record
-// block's tail. saved: both blocks written and read back. kept: refused or
-// failed before the record block was touched (after a message).
-// unsure: failed after the record block was erased; the copy holds `rec`.
-SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec,
-                         const FlashOptions &options);
+// block's tail. saved: both blocks written and read back. kept: refused
+// (*refusal says why; a foreign copy block is taken only with
+// `take_copy_block`) or failed before the record block was touched, after
+// a message. unsure: failed after the record block was erased; the copy
+// holds `rec`.
+SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool take_copy_block,
+                         Refusal *refusal);
+
+// Erases the block at `offset`, programs st.image into it (up to its last
+// byte that is not 0xFF) and reads it back. The step that failed (errno
+// set), or nullptr.
+const char *write_block(Flash &flash, FlashState &st, std::uint32_t offset);
+
+// Writes `rec` with the tail of st.current into the record block, as
+// write_block does.
+const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec);
+
+// --- flash_recover.cpp: what devinfo alone does ---------------------------------
+
+// Writes `rec` into the record block of a partition without a copy block,
+// unprotected against a power cut (said first). saved or unsure.
+SaveResult save_in_place(Flash &flash, FlashState &st, const dev_info &rec);
 
 // Puts the record block back from the copy when the decision in `st` says
 // so, and says in one line what it did; says nothing when there is

@@ -8,41 +8,10 @@
 #include "devinfo/store.h"
 #include "devinfo/store_io.h"
 
-namespace {
-
-// A device node that is not there, or has no driver behind it.
-bool no_device(int error)
-{
-    return error == ENOENT || error == ENODEV || error == ENXIO;
-}
-
-// Drops the page cache of /dev/mtdblock3, open on `fd` (the lock), so no
-// reader of the block device sees what the partition held before a write.
 void drop_block_cache(int fd, Say say)
 {
     if (::ioctl(fd, BLKFLSBUF, 0) != 0)
-        say_line(say,
-                 "%s: cannot drop its page cache: %s (readers of it may see the old bytes until "
-                 "the next start)",
-                 kFlashDevice, std::strerror(errno));
-}
-
-} // namespace
-
-bool read_record(const char *store, StoreRecord *out, Say say)
-{
-    std::memset(out, 0, sizeof *out);
-    const unique_fd fd = lock_store(store, Access::read, say);
-    if (!fd.ok())
-        return false;
-    CMtdFlash mtd;
-    if (store_is_flash(store) && mtd.Open(kFlashMtdDevice, false) &&
-        read_copy_choice(mtd, &out->rec, &out->copy)) {
-        out->from_copy = true;
-        out->size = sizeof out->rec;
-        return true;
-    }
-    return read_store(fd.get(), store, &out->rec, &out->size, say);
+        say_line(say, "%s: cannot drop its page cache: %s", kFlashDevice, std::strerror(errno));
 }
 
 bool CRecordStore::Open(const char *store)
@@ -55,15 +24,15 @@ bool CRecordStore::Open(const char *store)
     if (!lock_.ok())
         return false;
     if (!flash_) {
-        if (::fstat(lock_.get(), &file_) != 0) {
-            say_line(say_, "cannot read %s: %s", store, std::strerror(errno));
-            return false;
-        }
-        return read_store(lock_.get(), store, &held_.rec, &held_.size, say_);
+        if (::fstat(lock_.get(), &file_) == 0)
+            return true;
+        say_line(say_, "cannot read %s: %s", store, std::strerror(errno));
+        return false;
     }
     if (!mtd_.Open(kFlashMtdDevice)) {
+        const bool none = errno == ENOENT || errno == ENODEV || errno == ENXIO;
         say_line(say_, "cannot save to %s: %s %s: %s; nothing written", kFlashDevice,
-                 no_device(errno) ? "no MTD character device" : "cannot open", kFlashMtdDevice,
+                 none ? "no MTD character device" : "cannot open", kFlashMtdDevice,
                  std::strerror(errno));
         return false;
     }
@@ -77,11 +46,11 @@ bool CRecordStore::Open(const char *store)
     return true;
 }
 
-SaveResult CRecordStore::Save(const dev_info &rec, const FlashOptions &options)
+SaveResult CRecordStore::Save(const dev_info &rec, bool take_copy_block)
 {
     if (!flash_)
         return SaveFile(&rec, sizeof rec);
-    const SaveResult result = save_to_flash(mtd_, st_, rec, options);
+    const SaveResult result = save_to_flash(mtd_, st_, rec, take_copy_block, &refusal_);
     if (result != SaveResult::kept)
         drop_block_cache(lock_.get(), say_);
     return result;
@@ -90,27 +59,4 @@ SaveResult CRecordStore::Save(const dev_info &rec, const FlashOptions &options)
 SaveResult CRecordStore::SaveFile(const void *data, std::size_t size)
 {
     return save_file(store_, missing_ ? nullptr : &file_, data, size, say_);
-}
-
-bool recover_store(const char *store, Say say)
-{
-    // A record file is replaced whole by every save: nothing to recover.
-    CMtdFlash mtd;
-    if (!store_is_flash(store) || (!mtd.Open(kFlashMtdDevice) && no_device(errno)))
-        return true;
-    if (!mtd.ok()) {
-        say_line(say, "cannot recover %s: cannot open %s: %s", kFlashDevice, kFlashMtdDevice,
-                 std::strerror(errno));
-        return false;
-    }
-    bool missing = false;
-    const unique_fd lock = lock_store(store, Access::write, say, &missing);
-    FlashState st;
-    if ((!missing && !lock.ok()) || !load_flash(mtd, kFlashDevice, say, &st))
-        return false;
-    bool wrote = false;
-    const bool whole = recover_flash(mtd, st, &wrote);
-    if (wrote && lock.ok())
-        drop_block_cache(lock.get(), say);
-    return whole;
 }

@@ -7,11 +7,12 @@
 
 #include "base/unique_fd.h"
 #include "devinfo/mtd_flash.h"
-#include "devinfo/flash_read.h"
+#include "devinfo/record_store.h"
 #include "devinfo/store_io.h"
 #include "log/log.h"
 
-namespace {
+namespace
+{
 
 // The library's messages, as debug lines of the operation that hears them.
 void say_read(const char *line)
@@ -19,6 +20,15 @@ void say_read(const char *line)
     log_notice("do_read_dev_mtd", "%s\n", line);
 }
 
+void say_write(const char *line)
+{
+    log_notice("do_write_dev_mtd", "%s\n", line);
+}
+
+void say_save_file(const char *line)
+{
+    log_notice("do_save_file", "%s\n", line);
+}
 
 // Reads until `size` bytes came, end of file or an error. Returns the
 // count, or -1 when the first read failed.
@@ -97,6 +107,12 @@ int do_read_dev_mtd(dev_info *rec)
 
 int do_write_dev_mtd(const dev_info *rec)
 {
+    // A partition with its MTD device is saved as devinfo saves it: the
+    // copy first, then the record block, so a power cut leaves one whole.
+    if (::access(kFlashMtdDevice, F_OK) == 0) {
+        CRecordStore store(say_write);
+        return store.Open(kFlashDevice) && store.Save(*rec) == SaveResult::saved ? 0 : -1;
+    }
     unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
     if (!fd.ok()) {
         log_notice(__func__, "device %s open failed\n", kFlashDevice);
@@ -129,14 +145,12 @@ int do_read_file(const char *path, dev_info *rec)
 
 int do_save_file(const char *path, const dev_info *rec)
 {
-    unique_fd fd(::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!fd.ok()) {
+    CRecordStore store(say_save_file);
+    const SaveResult result = store.Open(path) ? store.Save(*rec) : SaveResult::unopened;
+    if (result == SaveResult::unopened)
         log_notice(__func__, "open file %s failed\n", path);
+    if (result != SaveResult::saved)
         return -1;
-    }
-    write_full(fd.get(), rec, sizeof *rec);
-    ::fsync(fd.get());
-    fd.reset();
     log_notice(__func__, "write device info to  file %s success\n", path);
     return 0;
 }

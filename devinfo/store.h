@@ -9,7 +9,7 @@
 
 // The flash store is always this partition, whatever else a store path
 // names: the path only selects it.
-constexpr const char kFlashDevice[] = "/dev/mtdblock3";
+inline constexpr char kFlashDevice[] = "/dev/mtdblock3";
 
 // True when `path` selects the flash store: it contains "/dev/mtd"
 // anywhere (case-sensitive); otherwise the path names a record file.
@@ -22,7 +22,10 @@ bool store_is_flash(const char *path);
 // copy's new record (one debug line says so); nothing is written.
 int do_read_dev_mtd(dev_info *rec);
 
-// Writes `rec` to bytes 0-279 of the partition and fsyncs it. -1 when it
+// Writes `rec` to bytes 0-279 of the partition. With /dev/mtd3 as
+// devinfo saves (record_store.h): the copy first, then the record block,
+// under the exclusive lock; -1 when that save failed or was refused.
+// Without it, one write through /dev/mtdblock3 and fsync; -1 when it
 // cannot be opened or the write moved other than 280 bytes.
 int do_write_dev_mtd(const dev_info *rec);
 
@@ -31,8 +34,11 @@ int do_write_dev_mtd(const dev_info *rec);
 // bytes not delivered keep what the caller put there.
 int do_read_file(const char *path, dev_info *rec);
 
-// Creates (mode 0644) or truncates the file at `path`, writes the 280
-// bytes and fsyncs them. -1 only when the file cannot be opened.
+// Replaces the file at `path` by one holding the 280 bytes, whole, under
+// the exclusive lock (a temporary file, fsync, rename, directory fsync; a
+// new file gets mode 0644 less the umask). -1 when it could not be saved
+// ("open file ... failed" when it could not even be opened); the file
+// then holds what it held.
 int do_save_file(const char *path, const dev_info *rec);
 
 // The selection rule over the two stores, for reading and for saving.

@@ -18,8 +18,10 @@
 #include <utility>
 #include <vector>
 
-namespace hwtest {
-namespace {
+namespace hwtest
+{
+namespace
+{
 
 using Str = std::string;
 
@@ -44,10 +46,14 @@ const Str kRec = [] {
     return rec;
 }();
 
-Str Mac(const Str &text) { return Patch(kRec, 68, text); }
+Str Mac(const Str &text)
+{
+    return Patch(kRec, 68, text);
+}
 
-class DevinfoTest : public BoardTest {
-protected:
+class DevinfoTest : public BoardTest
+{
+  protected:
     void SetUp() override
     {
         BoardTest::SetUp();
@@ -81,9 +87,12 @@ TEST_F(DevinfoTest, CreateThenShowAndGetRoundTripEveryField)
     EXPECT_EQ(r.out, text + text + R"({"magic_ok":true,"guid":")" + kGuid +
                          R"(","board_id":"0x1234abcd","board_name":"cam\\x09\\x01\\x7f\\xc3)"
                          R"(\\xa9\\\\\"q'","mac":"02:aa:bb:cc:dd:ee","p2p_id":"P2P-0042"})"
-                         "\n" R"({"magic_ok":false,"guid":")" + kGuid +
+                         "\n"
+                         R"({"magic_ok":false,"guid":")" +
+                         kGuid +
                          R"(","board_id":"0x851","board_name":"IPC_AX620Q","mac":)"
-                         R"("02:12:34:56:78:9a","p2p_id":")" + Str(32, 'P') + "\"}\n");
+                         R"("02:12:34:56:78:9a","p2p_id":")" +
+                         Str(32, 'P') + "\"}\n");
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(board.Read("/tmp/rec"),
               Patch(MakeRecord(0x1234abcd, name, "02:aa:bb:cc:dd:ee", "P2P-0042"), 8,
@@ -94,7 +103,8 @@ TEST_F(DevinfoTest, CreateThenShowAndGetRoundTripEveryField)
     const Str img = board.Read("/tmp/img"), rec = board.Read("/tmp/rec");
     ASSERT_EQ(img.size(), 12288u);
     EXPECT_EQ(img.substr(0, 4096), rec + Str(4096 - 280, '\xff'));
-    EXPECT_EQ(img.substr(4096, 28), Str("DIC1\1\0 \0\1\0\0\0\x18\1\0\0\0\0\0\0\x30\2\0\0\0\0\0\0", 28));
+    EXPECT_EQ(img.substr(4096, 28),
+              Str("DIC1\1\0 \0\1\0\0\0\x18\1\0\0\0\0\0\0\x30\2\0\0\0\0\0\0", 28));
     EXPECT_EQ(img.substr(4096 + 32, 560), rec + rec);
     EXPECT_EQ(img.substr(4096 + 592), Str(12288 - 4096 - 592, '\xff'));
 }
@@ -104,12 +114,15 @@ TEST_F(DevinfoTest, CreateThenShowAndGetRoundTripEveryField)
 // create out. With standard descriptors closed, neither program gets a byte into a store.
 TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
 {
-    std::map<Str, Str> stores = {
-        {"/tmp/rec", kRec}, {"/tmp/locked", kRec}, {"/tmp/short", kRec.substr(0, 279)},
-        {"/tmp/bad_magic", Patch(kRec, 0, "", 8)}, {"/tmp/upper", Mac("02:12:34:56:78:9A")},
-        {"/dev/mtdblock3", Patch(kRec, 0, "magic?", 8)}, {"/tmp/erased", Str(280, '\xff')},
-        {"/tmp/name32", Patch(kRec, 36, Str(32, 'N'))},
-        {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))}};
+    std::map<Str, Str> stores = {{"/tmp/rec", kRec},
+                                 {"/tmp/locked", kRec},
+                                 {"/tmp/short", kRec.substr(0, 279)},
+                                 {"/tmp/bad_magic", Patch(kRec, 0, "", 8)},
+                                 {"/tmp/upper", Mac("02:12:34:56:78:9A")},
+                                 {"/dev/mtdblock3", Patch(kRec, 0, "magic?", 8)},
+                                 {"/tmp/erased", Str(280, '\xff')},
+                                 {"/tmp/name32", Patch(kRec, 36, Str(32, 'N'))},
+                                 {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))}};
     struct Row {
         Str args;
         int status;
@@ -119,14 +132,17 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         {"verify /tmp/rec", 0, ""},
         {"verify /tmp/short", 1, "size: the store holds 279 bytes; a record is 280\n"},
         {"verify /tmp/bad_magic", 1, "magic: 0x0000000000000000 is not 0xfedcba9801234567\n"},
-        {"verify /tmp/erased", 1, "magic: 0xffffffffffffffff is not 0xfedcba9801234567\n"
-                                  "board_name: no NUL within its 32 bytes\nmac: no NUL within"
-                                  " its 32 bytes\np2p_id: no NUL"},
+        {"verify /tmp/erased", 1,
+         "magic: 0xffffffffffffffff is not 0xfedcba9801234567\n"
+         "board_name: no NUL within its 32 bytes\nmac: no NUL within"
+         " its 32 bytes\np2p_id: no NUL"},
         {"verify /tmp/name32", 1, "board_name: no NUL within its 32 bytes\n"},
         {"verify /tmp/p2p32", 1, "p2p_id: no NUL within its 32 bytes\n"},
         {"set --no-apply /tmp/locked board_id=7", 1, "cannot lock /tmp/locked: another process"},
-        {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1, "cannot lock"},
-        {"set --no-apply /tmp/locked board_id=7 2>&-", 1, ""}, {"set board_id=7 2>&-", 1, ""},
+        {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1,
+         "cannot lock"},
+        {"set --no-apply /tmp/locked board_id=7 2>&-", 1, ""},
+        {"set board_id=7 2>&-", 1, ""},
         {"set --no-apply /tmp/locked board_id=7 <&- >&- 2>&-", 1, ""},
         {"set /tmp/rec mac=02:AA:BB:CC:DD:EE", 1, "mac: \"02:AA:BB:CC:DD:EE\" has upper-case"},
         {"set /tmp/rec " + ShellQuote("mac=02:aa:bb:cc:dd:ee\x1b[2J"), 1, "ee\\x1b[2J\" is not"},
@@ -147,16 +163,24 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         {"create /tmp/new --from /tmp/rec --partition-size 4096 --erase-size 4096", 1, "2 or more"},
         {"create /tmp/new --board-id 1 --board-name a --mac 01:00:00:00:00:01", 1, "multicast"},
         {"create /tmp/new --board-id 1 --mac 02:00:00:00:00:01", 2, "--board-name is required"},
-        {"", 2, "usage: devinfo COMMAND"}, {"set /tmp/rec", 2, "nothing to set"},
+        {"", 2, "usage: devinfo COMMAND"},
+        {"set /tmp/rec", 2, "nothing to set"},
     };
     // verify on a record holding the MAC text: "" for one it accepts, else why not.
-    const std::pair<Str, Str> macs[] = {
-        {"fe:ff:ff:ff:ff:ff", ""}, {"00:11:22:33:44:55", ""}, {"02:00:00:00:00:00", ""},
-        {"", "is empty"}, {"0A:12:34:56:78:9a", "has upper-case"}, {"02:12:34:56:78:9A", "has upper"},
-        {"00:00:00:00:00:00", "is the all-zero address"}, {"33:33:00:00:00:01", "is a multicast"},
-        {"ff:ff:ff:ff:ff:ff", "is the broadcast address"}, {"02-12:34:56:78:9a", "is not six"},
-        {"02:12:34:56:78-9a", "is not six"}, {"02:12:34:56:78:9a0", "is not six"},
-        {"02:12:34:56:78:9g", "is not six"}, {" 2:12:34:56:78:9a", "is not six"}};
+    const std::pair<Str, Str> macs[] = {{"fe:ff:ff:ff:ff:ff", ""},
+                                        {"00:11:22:33:44:55", ""},
+                                        {"02:00:00:00:00:00", ""},
+                                        {"", "is empty"},
+                                        {"0A:12:34:56:78:9a", "has upper-case"},
+                                        {"02:12:34:56:78:9A", "has upper"},
+                                        {"00:00:00:00:00:00", "is the all-zero address"},
+                                        {"33:33:00:00:00:01", "is a multicast"},
+                                        {"ff:ff:ff:ff:ff:ff", "is the broadcast address"},
+                                        {"02-12:34:56:78:9a", "is not six"},
+                                        {"02:12:34:56:78-9a", "is not six"},
+                                        {"02:12:34:56:78:9a0", "is not six"},
+                                        {"02:12:34:56:78:9g", "is not six"},
+                                        {" 2:12:34:56:78:9a", "is not six"}};
     for (const auto &[mac, why] : macs) {
         const Str path = "/tmp/m" + std::to_string(stores.size());
         stores[path] = Mac(mac);
@@ -165,7 +189,8 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
     }
     // hw_start boots from either store with descriptors 0, 1 and 2 closed. Then all rows at once,
     // readers' locks on /tmp/locked and the flash held meanwhile.
-    Str script = kPrelude + R"(for s in /tmp/rec /dev/mtdblock3; do hw debug dev3_file=$s <&- >&- 2>&- &
+    Str script =
+        kPrelude + R"(for s in /tmp/rec /dev/mtdblock3; do hw debug dev3_file=$s <&- >&- 2>&- &
   until [ -e /var/run/gui.args ]; do sleep 0.1; done; kill $!; rm /var/run/gui.args; done
 rm /var/log/sh.log; for s in /tmp/locked /dev/mtdblock3; do flock -s $s sleep 60 & done
 sleep 0.5; mkdir /tmp/o
@@ -232,7 +257,8 @@ TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
     EXPECT_EQ(board.Read("/tmp/bad_magic"), Patch(kRec, 36, "X"));
     EXPECT_EQ(board.Read("/dev/mtdblock3"), kRec + tail);
     EXPECT_FALSE(board.Exists("/config/mac"));
-    EXPECT_TRUE(board.ShellLog().empty()) << "--no-apply, and a set that changes nothing, run no command";
+    EXPECT_TRUE(board.ShellLog().empty())
+        << "--no-apply, and a set that changes nothing, run no command";
 }
 
 // devinfo shm and the C reader print the block a boot wrote; before the boot there is none.
@@ -254,43 +280,52 @@ TEST_F(DevinfoTest, ShmAfterABootPrintsWhatHwStartWrote)
         "magic=0x95279528\nguid=" + guid + "\nrun_mode=0x0\nname=SHM_BOARD\nflag=0x78cfde02\n";
     EXPECT_EQ(board.Read("/tmp/dv.out"),
               text + R"({"magic":"0x95279528","guid":")" + guid +
-                  R"(","run_mode":"0x0","name":"SHM_BOARD","flag":"0x78cfde02"})" "\n" + text +
-                  "rc=0\n");
+                  R"(","run_mode":"0x0","name":"SHM_BOARD","flag":"0x78cfde02"})"
+                  "\n" +
+                  text + "rc=0\n");
 }
 
 // A save of a record file killed (SIGKILL) or failed (EIO) at each system call from the store's
-// open on, without and with --backup: the store holds the old record or the new one, whole; exit
-// 0 means the new one; a failed open, read, write, fsync or rename exits 1 with a message that,
-// once the store may have changed, gives the command restoring it. The calls come in a safe
-// order; a save that changes nothing moves no byte.
+// open on - by devinfo set, without and with --backup, and by the board object's SaveDevInfo
+// (record_io) - leaves the old record or the new one, whole; success means the new one; a failed
+// open, read, write, fsync or rename is a failure with a message that, once devinfo's store may
+// have changed, gives the command restoring it. The calls come in a safe order; a devinfo set
+// that changes nothing moves no byte.
 TEST_F(DevinfoTest, SaveLeavesTheOldOrTheNewRecordWholeWhateverFails)
 {
     const Str fresh = Patch(kRec, 36, "NEW");
-    for (const Str s : {"rec", "recb"}) {
+    for (const Str s : {"rec", "recb", "recs"}) {
         board.Put("/tmp/old." + s, kRec);
         board.Put("/tmp/new." + s, fresh);
     }
-    const RunResult r = Sh(R"sh(t=openat,read,pread64,write,pwrite64,fsync,rename,renameat,renameat2,close,ioctl
+    board.Put("/tmp/IPC_AX620Q.rec", kRec);
+    board.Put("/tmp/NEW.rec", fresh);
+    const RunResult r =
+        Sh(R"sh(t=openat,read,pread64,write,pwrite64,fsync,rename,renameat,renameat2,close,ioctl
 run() { o=/tmp/old.${s##*/}; cp $o $s; rm -f /tmp/bak # LeakSanitizer cannot run under ptrace
-  ASAN_OPTIONS=detect_leaks=0 strace -f -qq -e signal=none -o /tmp/trace "$@" $HW_RUNNER \
-    /sbin/devinfo set --no-apply $b $s board_name=$v 2>/tmp/err; rc=$?
+  if [ $s = /tmp/recs ]; then c="/sbin/record_io save debug $s /tmp/$v.rec"
+  else c="/sbin/devinfo set --no-apply $b $s board_name=$v"; fi
+  ASAN_OPTIONS=detect_leaks=0 strace -qq -e signal=none -o /tmp/trace "$@" $HW_RUNNER $c \
+    >/tmp/err 2>&1; rc=$?
   echo "$s $row $rc $({ cmp -s $s $o && echo old; } || { cmp -s $s /tmp/new.${s##*/} && echo new; } \
     || echo torn) $(tr '\n' ' ' </tmp/err)"; }
-calls() { mawk -v s="\"$s\"" '{n = $2; sub(/\(.*/, "", n); k[$1 n]++} index($0, s) {w = 1}
-    w && !/write\(2,/ {print n, k[$1 n]}' /tmp/trace >/tmp/calls; mawk '{sub(/64$/, "", $1)
+calls() { mawk -v s="\"$s\"" '{n = $1; sub(/\(.*/, "", n); k[n]++} index($0, s) {w = 1}
+    w && !/write\([12],/ {print n, k[n]}' /tmp/trace >/tmp/calls; mawk '{sub(/64$/, "", $1)
     sub(/^p/, "", $1); sub(/^rename.*/, "rename", $1)} /^(p?read|p?write|fsync|rename|ioctl)/ {
     printf "%s ", $1} END {print ""}' /tmp/calls >>/tmp/moves; }
-for s in /tmp/rec /tmp/recb; do
+for s in /tmp/rec /tmp/recb /tmp/recs; do
   v=IPC_AX620Q row=same; run -e trace=$t; calls
   v=NEW row=clean; run -e trace=$t; calls; [ -z "$b" ] || cp /tmp/bak /tmp/backup
   while read n k; do for f in signal=KILL error=EIO; do row=$n:$f:when=$k; run -e trace=$n \
     -e inject=$row; done; done </tmp/calls
   b="--backup /tmp/bak"
 done)sh");
-    // Per pass, unchanged: the record read, nothing else. Changed: the backup (second pass) and
-    // the record each written, synced, renamed, the directory synced and read back.
-    EXPECT_EQ(board.Read("/tmp/moves"), "read \nread write fsync rename fsync read read \nread \n"
-                                        "read write fsync rename fsync read read write fsync rename fsync read read \n");
+    // Per pass of devinfo set, unchanged: the record read, nothing else. Changed: the backup
+    // (second pass) and the record each written, synced, renamed, the directory synced and read
+    // back. The board object saves every time, and reads nothing first.
+    const Str saved = "write fsync rename fsync read read ";
+    EXPECT_EQ(board.Read("/tmp/moves"), "read \nread " + saved + "\nread \nread " + saved + saved +
+                                            "\n" + saved + "\n" + saved + "\n");
     for (const Str &line : Lines(r.out)) {
         std::istringstream in(line);
         Str s, row, state, said;
@@ -299,14 +334,17 @@ done)sh");
         EXPECT_TRUE((state == "old" || state == "new") &&
                     (rc == 1 || rc == 137 || (rc == 0 && state == (row == "same" ? "old" : "new"))))
             << line;
-        // From the record's bytes in the message, or (second pass) from --backup.
+        // From the record's bytes in the message, or (second pass) from --backup; the board
+        // object's debug lines say what failed.
         const Str restore = s == "/tmp/rec" ? " | dd of=" + s : "dd if=/tmp/bak of=" + s;
-        EXPECT_TRUE(rc != 1 || said.find(state == "old" ? "devinfo: " : restore) != Str::npos)
-            << line;
+        const Str told = s == "/tmp/recs" ? "do_save_file:"
+                         : state == "old" ? "devinfo: "
+                                          : restore;
+        EXPECT_TRUE(rc != 1 || said.find(told) != Str::npos) << line;
         // An error of anything but a close is an error of the save.
         EXPECT_TRUE(rc == 1 || row.find("EIO") == Str::npos || !row.rfind("close", 0)) << line;
     }
-    EXPECT_GT(Lines(r.out).size(), 40u) << r.out << r.err;
+    EXPECT_GT(Lines(r.out).size(), 60u) << r.out << r.err;
     EXPECT_EQ(board.Read("/tmp/backup"), kRec);
 }
 

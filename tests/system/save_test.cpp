@@ -13,8 +13,10 @@
 #include <string>
 #include <vector>
 
-namespace hwtest {
-namespace {
+namespace hwtest
+{
+namespace
+{
 
 using Str = std::string;
 using Strings = std::vector<Str>;
@@ -26,9 +28,9 @@ const Str kUpperMac = "02:AB:CD:EF:01:23";
 
 struct SaveRow {
     const char *name;
-    Str setup;           // after the table is reset to the sandbox's
-    Str gw;              // behind "route add default gw  "
-    Str mac = kUpperMac; // the record's
+    Str setup;            // after the table is reset to the sandbox's
+    Str gw;               // behind "route add default gw  "
+    Str mac = kUpperMac;  // the record's
     Str word = kUpperMac; // the MAC as one shell word
     Str store = "/tmp/store.rec";
 };
@@ -40,14 +42,18 @@ const SaveRow kSaveRows[] = {
     {"via_gateway", "", kSandboxGw, kSandboxMac, kSandboxMac},
     {"no_default", "hip route del default", ""},
     // Added in the other order: the kernel dumps the higher metric later.
-    {"two_metrics", "hip route del default; hip route add default via 192.168.77.3 metric 50\n"
-                    "hip route add default via 192.168.77.4 metric 7", "192.168.77.3"},
+    {"two_metrics",
+     "hip route del default; hip route add default via 192.168.77.3 metric 50\n"
+     "hip route add default via 192.168.77.4 metric 7",
+     "192.168.77.3"},
     {"device_only", "hip route del default; hip route add default dev eth0", "0.0.0.0"},
     {"slash1", "hip route del default; hip route add 0.0.0.0/1 via 192.168.77.5", "192.168.77.5"},
     {"default_after_slash1", "hip route add 0.0.0.0/1 via 192.168.77.5", kSandboxGw},
     {"network_route", "hip route del default; hip route add 10.1.0.0/16 via 192.168.77.6", ""},
-    {"other_tables", "hip route del default; hip route add default via 192.168.77.9 table 100\n"
-                     "hip route add 0.0.0.0/1 via 192.168.77.11 table 200", ""},
+    {"other_tables",
+     "hip route del default; hip route add default via 192.168.77.9 table 100\n"
+     "hip route add 0.0.0.0/1 via 192.168.77.11 table 200",
+     ""},
     // Dumped after the IPv4 routes; read as IPv4 it would give 254.128.0.0.
     {"ipv6_default", "hip -6 route add ::/0 via fe80::1 dev eth0", kSandboxGw},
     {"hostile_mac", "", kSandboxGw, "x;touch /tmp/pwned 'q'", "'x;touch /tmp/pwned '\\''q'\\'''"},
@@ -71,7 +77,9 @@ Strings Items(const Str &bytes)
     return items;
 }
 
-class SaveTest : public BoardTest {};
+class SaveTest : public BoardTest
+{
+};
 
 TEST_F(SaveTest, RestoresGatewayAndMacFile)
 {
@@ -81,11 +89,18 @@ TEST_F(SaveTest, RestoresGatewayAndMacFile)
     Strings want;
     for (const SaveRow &r : kSaveRows) {
         board.Put("/tmp/" + Str(r.name) + ".rec", MakeRecord(0x851, "IPC", r.mac));
-        script += "echo '@@ " + Str(r.name) + "'\n"
+        script += "echo '@@ " + Str(r.name) +
+                  "'\n"
                   "hip -4 route flush table all proto boot; hip -6 route flush proto boot\n"
-                  "hip route add default via " + kSandboxGw + "\n"
-                  "( set -e; " + r.setup + "\n) || echo 'setup failed'\n"
-                  "$HW_RUNNER /sbin/record_io save debug " + r.store + " /tmp/" + r.name + ".rec\n"
+                  "hip route add default via " +
+                  kSandboxGw +
+                  "\n"
+                  "( set -e; " +
+                  r.setup +
+                  "\n) || echo 'setup failed'\n"
+                  "$HW_RUNNER /sbin/record_io save debug " +
+                  r.store + " /tmp/" + r.name +
+                  ".rec\n"
                   "printf 'mac file: '; cat /config/mac\n";
         want.push_back("@@ " + Str(r.name));
         if (r.store != "/tmp/store.rec") {
@@ -95,8 +110,8 @@ TEST_F(SaveTest, RestoresGatewayAndMacFile)
         for (const Str &cmd : {Str("ifconfig eth0 down"), "ifconfig eth0 hw ether " + r.word,
                                Str("ifconfig eth0 up"), "route add default gw  " + r.gw})
             want.push_back("sh: " + cmd);
-        for (const Str &cmd : {Str("rm /config/mac"), Str("touch /config/mac"),
-                               "echo " + r.word + " > /config/mac"})
+        for (const Str &cmd :
+             {Str("rm /config/mac"), Str("touch /config/mac"), "echo " + r.word + " > /config/mac"})
             want.insert(want.end(), {"sh: " + cmd, kTag + "restore_mac_addr:excute " + cmd});
         want.insert(want.end(), {"record_io save: 0", "mac file: " + r.mac});
     }
@@ -105,9 +120,10 @@ TEST_F(SaveTest, RestoresGatewayAndMacFile)
     EXPECT_FALSE(board.Exists("/tmp/pwned")) << "a MAC text ran as a command";
 }
 
-// strace -P: the calls on the store alone. The save writes one whole record
-// and syncs it (a longer file is cut, the partition's bytes behind the
-// record stay); the read only reads, and gives the saved bytes back. No
+// Both stores give the saved record back whole: a longer record file is
+// replaced by one of 280 bytes; on a partition without its MTD device
+// (strace -P: the calls on it alone) the save is one write of the record
+// and an fsync, the bytes behind it stay, and the read only reads. No
 // /config: the MAC file cannot be written, the saves stand all the same.
 TEST_F(SaveTest, SavedRecordIsSyncedAndReadsBackWhole)
 {
@@ -131,14 +147,14 @@ TEST_F(SaveTest, SavedRecordIsSyncedAndReadsBackWhole)
                                       "record_io save: 0\nrecord_io read: 0\n");
     EXPECT_TRUE(board.Read("/data/rec.bin") == rec) << "one whole record, the old bytes gone";
     EXPECT_TRUE(board.Read("/dev/mtdblock3") == rec + tail) << "the bytes behind it stay";
-    for (const Str trace : {"/tmp/trace.rec.bin", "/tmp/trace.mtdblock3"}) {
+    for (const Str trace : {"/tmp/trace.rec.bin", "/tmp/trace.mtdblock3"})
         EXPECT_TRUE(board.Read(trace + ".bin") == rec) << "the read gives the saved 280 bytes";
-        const std::regex call(R"(^(\w+)\(.*\) += (-?\d+)$)");
-        Str calls;
-        for (const Str &line : Lines(board.Read(trace) + board.Read(trace + ".r")))
-            calls += std::regex_replace(line, call, "$1 = $2; ");
-        EXPECT_EQ(calls, "write = 280; fsync = 0; read = 280; ") << trace;
-    }
+    const std::regex call(R"(^(\w+)\(.*\) += (-?\d+)$)");
+    Str calls;
+    for (const Str &line :
+         Lines(board.Read("/tmp/trace.mtdblock3") + board.Read("/tmp/trace.mtdblock3.r")))
+        calls += std::regex_replace(line, call, "$1 = $2; ");
+    EXPECT_EQ(calls, "write = 280; fsync = 0; read = 280; ");
 }
 
 } // namespace

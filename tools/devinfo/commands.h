@@ -9,3 +9,17 @@ int cmd_create(int argc, char *argv[]);
 int cmd_set(int argc, char *argv[]);
 int cmd_shm(int argc, char *argv[]);
 int cmd_recover(int argc, char *argv[]);
+
+#include "devinfo/record_store.h"
+
+// How set and create may save to the flash where it leaves no safe way.
+struct FlashOptions {
+    bool in_place;        // no room for a copy: write the record in place
+    bool take_copy_block; // write the copy over data devinfo did not write
+};
+
+// Saves `rec` into the store `held` holds: in place when the flash has no
+// room for a copy and `options` allow it; after a refusal, says which
+// option would go on; on the flash, after a save that failed half-way,
+// says where the new record is.
+SaveResult save_held(CRecordStore &held, const dev_info &rec, const FlashOptions &options);

@@ -17,7 +17,8 @@
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 
-namespace {
+namespace
+{
 
 // Larger images are taken for a typing error.
 constexpr std::uint32_t kMaxImageSize = 256u << 20;
@@ -72,7 +73,8 @@ int write_to(const char *file, const dev_info &rec, const void *image, std::size
     CRecordStore held(say_diag);
     if (!held.Open(file))
         return kExitProblem;
-    const SaveResult result = image != nullptr ? held.SaveFile(image, size) : held.Save(rec, options);
+    const SaveResult result =
+        image != nullptr ? held.SaveFile(image, size) : save_held(held, rec, options);
     if (result != SaveResult::saved && store_is_flash(file))
         diag("%s still holds what it held", kFlashDevice);
     return result == SaveResult::saved ? kExitOk : kExitProblem;

@@ -18,7 +18,8 @@
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 
-namespace {
+namespace
+{
 
 // One FIELD=VALUE of `set`.
 struct Assignment {
@@ -111,8 +112,9 @@ void advise_restore(const char *store, const dev_info &old, const char *backup)
 // While it lives, standard output goes to standard error: the shell
 // commands of the MAC step print there, so standard output stays for
 // results.
-class StdoutToStderr {
-public:
+class StdoutToStderr
+{
+  public:
     StdoutToStderr()
     {
         std::fflush(stdout);
@@ -131,7 +133,7 @@ public:
     StdoutToStderr(const StdoutToStderr &) = delete;
     StdoutToStderr &operator=(const StdoutToStderr &) = delete;
 
-private:
+  private:
     int saved_ = -1;
 };
 
@@ -169,7 +171,7 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
     }
-    const SaveResult result = held.Save(rec, options);
+    const SaveResult result = save_held(held, rec, options);
     if (result == SaveResult::kept || result == SaveResult::unopened)
         diag("%s still holds the record it held; eth0 and /config/mac are left as they were",
              store);
@@ -179,6 +181,22 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
 }
 
 } // namespace
+
+SaveResult save_held(CRecordStore &held, const dev_info &rec, const FlashOptions &options)
+{
+    if (options.in_place && held.no_copy_block())
+        return held.SaveInPlace(rec);
+    const SaveResult result = held.Save(rec, options.take_copy_block);
+    if (held.refusal() == Refusal::no_copy_block)
+        std::fputs("  (--in-place writes the record in place, unprotected against a power cut)\n",
+                   stderr);
+    if (held.refusal() == Refusal::foreign_copy)
+        std::fputs("  (--take-copy-block writes the copy over it)\n", stderr);
+    if (result == SaveResult::unsure && held.is_flash() && !held.no_copy_block())
+        diag("%s: the copy holds the new record; the next devinfo recover puts it in place",
+             kFlashDevice);
+    return result;
+}
 
 int cmd_set(int argc, char *argv[])
 {
@@ -216,7 +234,7 @@ int cmd_set(int argc, char *argv[])
 
     note_store(store);
     CRecordStore held(say_diag);
-    if (!held.Open(store))
+    if (!held.Open(store) || !held.Read())
         return kExitProblem;
     if (held.missing()) {
         diag("cannot open %s: %s", store, std::strerror(ENOENT));
@@ -226,8 +244,7 @@ int cmd_set(int argc, char *argv[])
     if ((rc = change_record(store, old.rec, old.size, force, list, count, &rec)) >= 0)
         return rc;
     // Nothing to write: no erase cycle, no window for a power cut.
-    if (std::memcmp(&rec, &old.rec, sizeof rec) == 0 && old.size == sizeof rec &&
-        !old.from_copy) {
+    if (std::memcmp(&rec, &old.rec, sizeof rec) == 0 && old.size == sizeof rec && !old.from_copy) {
         diag("%s unchanged: it holds this record already", store_file(store));
         return kExitOk;
     }
