@@ -12,8 +12,7 @@
 #include "base/unique_fd.h"
 #include "devinfo/store_io.h"
 
-namespace
-{
+namespace {
 
 // Room for a resolved path and the temporary name beside it.
 constexpr std::size_t kPathSize = PATH_MAX + 16;

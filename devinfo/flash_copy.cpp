@@ -2,8 +2,7 @@
 
 #include <cstring>
 
-namespace
-{
+namespace {
 
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::size_t kCrcOffset = offsetof(CopyHeader, crc);

@@ -4,8 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace
-{
+namespace {
 
 constexpr int kBuffers = 5;
 

@@ -20,9 +20,8 @@
 
 // What a save or recovery read from the partition, the buffers it writes
 // from, and who hears about it. Owns its memory.
-class FlashState
-{
-  public:
+class FlashState {
+public:
     FlashState() = default;
     ~FlashState();
     FlashState(const FlashState &) = delete;
@@ -46,7 +45,7 @@ class FlashState
     // Allocates the five buffers for `geo`; false when out of memory.
     bool allocate();
 
-  private:
+private:
     std::uint8_t *mem_ = nullptr;
 };
 

@@ -12,9 +12,8 @@
 // The character device of the flash store's partition (/dev/mtdblock3).
 inline constexpr char kFlashMtdDevice[] = "/dev/mtd3";
 
-class CMtdFlash final : public Flash
-{
-  public:
+class CMtdFlash final : public Flash {
+public:
     CMtdFlash() = default;
 
     // Opens `path` (read-write for a save or recovery, read-only for a
@@ -30,7 +29,7 @@ class CMtdFlash final : public Flash
     // NOR and other flash without bad blocks (EOPNOTSUPP) has only good ones.
     int is_bad(std::uint32_t offset) override;
 
-  private:
+private:
     unique_fd fd_;
     mtd_info_user info_ = {};
 };

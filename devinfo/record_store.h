@@ -26,9 +26,8 @@ struct StoreRecord {
 
 // A store held for a save: locked exclusively, and for the flash the whole
 // record and copy blocks read through /dev/mtd3.
-class CRecordStore
-{
-  public:
+class CRecordStore {
+public:
     explicit CRecordStore(Say say) : say_(say) {}
 
     // Locks `store`. A record file that does not exist yet is fine
@@ -61,7 +60,7 @@ class CRecordStore
     // unprotected against a power cut (record_admin.cpp).
     SaveResult SaveInPlace(const dev_info &rec);
 
-  private:
+private:
     Say say_;
     const char *store_ = "";
     bool flash_ = false;

@@ -11,8 +11,7 @@
 #include "devinfo/store_io.h"
 #include "log/log.h"
 
-namespace
-{
+namespace {
 
 // The library's messages, as debug lines of the operation that hears them.
 void say_read(const char *line)

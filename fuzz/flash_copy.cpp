@@ -15,8 +15,7 @@
 #include "devinfo/flash_copy.h"
 #include "devinfo/flash_read.h"
 
-namespace
-{
+namespace {
 
 using Block = std::unique_ptr<std::uint8_t[]>;
 
@@ -26,9 +25,8 @@ bool inside(const std::uint8_t *p, std::size_t n, const std::uint8_t *block, std
 }
 
 // The two blocks as a partition that a read may not leave; it only reads.
-class Partition final : public Flash
-{
-  public:
+class Partition final : public Flash {
+public:
     Partition(const std::uint8_t *record, const std::uint8_t *copy, std::size_t n)
         : image_(new std::uint8_t[2 * n]), n_(n)
     {
@@ -50,7 +48,7 @@ class Partition final : public Flash
     bool program(std::uint32_t, const std::uint8_t *, std::size_t) override { std::abort(); }
     int is_bad(std::uint32_t) override { return 0; }
 
-  private:
+private:
     Block image_;
     std::size_t n_;
 };

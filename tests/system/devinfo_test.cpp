@@ -18,8 +18,7 @@
 #include <utility>
 #include <vector>
 
-namespace hwtest
-{
+namespace hwtest {
 namespace
 {
 
@@ -51,9 +50,8 @@ Str Mac(const Str &text)
     return Patch(kRec, 68, text);
 }
 
-class DevinfoTest : public BoardTest
-{
-  protected:
+class DevinfoTest : public BoardTest {
+protected:
     void SetUp() override
     {
         BoardTest::SetUp();

@@ -13,8 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace hwtest
-{
+namespace hwtest {
 namespace
 {
 
@@ -77,8 +76,7 @@ Strings Items(const Str &bytes)
     return items;
 }
 
-class SaveTest : public BoardTest
-{
+class SaveTest : public BoardTest {
 };
 
 TEST_F(SaveTest, RestoresGatewayAndMacFile)

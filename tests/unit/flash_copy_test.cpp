@@ -14,8 +14,7 @@
 #include "devinfo/flash_copy.h"
 #include "devinfo/flash_read.h"
 
-namespace
-{
+namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t kBlock = 1024;
@@ -66,9 +65,8 @@ const Bytes kErased(kBlock, 0xFF);
 
 // The record block and, when given, the copy block, as a flash that only
 // reads (and counts what it read).
-class Blocks final : public Flash
-{
-  public:
+class Blocks final : public Flash {
+public:
     Blocks(const Bytes &record, const Bytes &copy) : mem(record)
     {
         mem.insert(mem.end(), copy.begin(), copy.end());
@@ -91,7 +89,7 @@ class Blocks final : public Flash
     Bytes mem;
     std::size_t read_bytes = 0;
 
-  private:
+private:
     static bool Wrote()
     {
         ADD_FAILURE() << "a read wrote";

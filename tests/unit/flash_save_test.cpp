@@ -15,14 +15,12 @@
 #include "devinfo/flash_read.h"
 #include "devinfo/flash_save.h"
 
-namespace
-{
+namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-class SimFlash final : public Flash
-{
-  public:
+class SimFlash final : public Flash {
+public:
     SimFlash(FlashGeometry geo, bool nand, std::uint32_t bad)
         : geo_(geo), nand_(nand), bad_(bad), mem(geo.size, 0xFF)
     {
@@ -79,7 +77,7 @@ class SimFlash final : public Flash
     int erases = 0, programs = 0;
     std::size_t programmed = 0;
 
-  private:
+private:
     bool alive()
     {
         errno = EIO;
@@ -97,7 +95,7 @@ class SimFlash final : public Flash
     bool nand_;
     std::uint32_t bad_;
 
-  public:
+public:
     Bytes mem;
 };
 

@@ -17,8 +17,7 @@
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 
-namespace
-{
+namespace {
 
 // Larger images are taken for a typing error.
 constexpr std::uint32_t kMaxImageSize = 256u << 20;

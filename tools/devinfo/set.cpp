@@ -18,8 +18,7 @@
 #include "tools/devinfo/fields.h"
 #include "tools/devinfo/help.h"
 
-namespace
-{
+namespace {
 
 // One FIELD=VALUE of `set`.
 struct Assignment {
@@ -112,9 +111,8 @@ void advise_restore(const char *store, const dev_info &old, const char *backup)
 // While it lives, standard output goes to standard error: the shell
 // commands of the MAC step print there, so standard output stays for
 // results.
-class StdoutToStderr
-{
-  public:
+class StdoutToStderr {
+public:
     StdoutToStderr()
     {
         std::fflush(stdout);
@@ -133,7 +131,7 @@ class StdoutToStderr
     StdoutToStderr(const StdoutToStderr &) = delete;
     StdoutToStderr &operator=(const StdoutToStderr &) = delete;
 
-  private:
+private:
     int saved_ = -1;
 };
 
