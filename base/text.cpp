@@ -35,6 +35,34 @@ void TextWriter::hex(unsigned char byte)
     put(kHexDigits[byte & 0xf]);
 }
 
+int hex_value(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+std::size_t escape_text(const char *bytes, std::size_t len, char *out, std::size_t out_size)
+{
+    TextWriter w(out, out_size);
+    for (std::size_t i = 0; i < len; ++i) {
+        const auto c = static_cast<unsigned char>(bytes[i]);
+        if (c == '\\') {
+            w.append("\\\\");
+        } else if (c >= 0x20 && c < 0x7f) {
+            w.put(bytes[i]);
+        } else {
+            w.append("\\x");
+            w.hex(c);
+        }
+    }
+    return w.length();
+}
+
 std::size_t stored_length(const char *field, std::size_t size)
 {
     const void *nul = std::memchr(field, '\0', size);

@@ -7,6 +7,9 @@
 // Lower-case hexadecimal digits, indexed by value.
 inline constexpr char kHexDigits[] = "0123456789abcdef";
 
+// The value of a hexadecimal digit of either case, or -1.
+int hex_value(char c);
+
 // Appends to a caller's buffer of `size` bytes without ever writing past
 // it. The text stays terminated after every step (a buffer of size 0 gets
 // nothing); length() counts what the whole text needs, so length() >= size
@@ -27,6 +30,13 @@ private:
     std::size_t size_;
     std::size_t len_ = 0;
 };
+
+// Writes `len` bytes of `bytes` into `out` so that every byte is visible:
+// printable ASCII stays as it is, a backslash becomes "\\" and every other
+// byte (control characters, NUL, DEL, bytes of 0x80 and above) becomes
+// "\xHH" in lower-case hexadecimal. `out` is always terminated; returns
+// the length the whole text needs (>= out_size means it was cut).
+std::size_t escape_text(const char *bytes, std::size_t len, char *out, std::size_t out_size);
 
 // The length of a text kept in a field of `size` bytes, for its two
 // readers; neither looks past the field:

@@ -7,6 +7,7 @@
 #include <getopt.h>
 
 #include "ax630c_qm/device.h"
+#include "devinfo/record_check.h"
 #include "devinfo/store.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/help.h"
@@ -105,6 +106,14 @@ void diag(const char *fmt, ...)
 void say_diag(const char *line)
 {
     diag("%s", line);
+}
+
+void report_problems(const Problems &problems, const char *advice)
+{
+    for (std::size_t i = 0; i < problems.count; ++i)
+        std::fprintf(stderr, "  %s: %s\n", problems.items[i].label, problems.items[i].message);
+    if (advice != nullptr)
+        std::fprintf(stderr, "  (%s)\n", advice);
 }
 
 void note_store(const char *store)

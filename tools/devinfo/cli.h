@@ -22,6 +22,11 @@ void say_diag(const char *line);
 // Says on standard error when `store` only selects the flash store.
 void note_store(const char *store);
 
+// Each problem on its own indented line of standard error, then
+// "  (advice)" when `advice` is given.
+struct Problems;
+void report_problems(const Problems &problems, const char *advice);
+
 // The message as diag writes it, then the usage line of `help` (its first
 // line). Returns kExitUsage.
 int usage_error(const char *help, const char *fmt, ...) __attribute__((format(printf, 2, 3)));

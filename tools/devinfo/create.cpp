@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "devinfo/record_store.h"
@@ -42,24 +41,19 @@ int record_from_fields(const char *file, const char *const (&values)[kFieldOptio
     return -1;
 }
 
-// The record held by the record file `from`, when it passes verify.
+// The record `from` holds (read as show reads it), when it passes verify.
 int record_from_file(const char *file, const char *from, dev_info *rec)
 {
-    const unique_fd fd(::open(from, O_RDONLY | O_CLOEXEC));
-    std::size_t size = 0;
-    if (!fd.ok()) {
-        diag("cannot open %s: %s", from, std::strerror(errno));
+    StoreRecord r;
+    if (!read_record(from, &r, say_diag))
         return kExitProblem;
-    }
-    if (!read_store(fd.get(), from, rec, &size, say_diag))
-        return kExitProblem;
+    *rec = r.rec;
     Problems problems;
-    check_record(*rec, size, true, &problems);
+    check_record(r.rec, r.size, true, &problems);
     if (problems.count == 0)
         return -1;
     diag("refusing to create %s from %s:", file, from);
-    for (std::size_t i = 0; i < problems.count; ++i)
-        std::fprintf(stderr, "  %s: %s\n", problems.items[i].label, problems.items[i].message);
+    report_problems(problems, nullptr);
     return kExitProblem;
 }
 

@@ -98,13 +98,6 @@ void format_field(const dev_info &rec, Field field, char (&out)[kValueSize])
     out[0] = '\0';
 }
 
-std::size_t json_string(const char *text, char *out, std::size_t size)
-{
-    TextWriter w(out, size);
-    json_string_to(w, text);
-    return w.length();
-}
-
 std::size_t format_record(const dev_info &rec, Format format, char *out, std::size_t size)
 {
     TextWriter w(out, size);

@@ -24,14 +24,10 @@ static_assert(kReportSize > 6 * (2 * kValueSize + 16), "a report fits");
 // their NUL, or all 32 bytes when the field holds none.
 void format_field(const dev_info &rec, Field field, char (&out)[kValueSize]);
 
-// Writes `text` into `out` as a JSON string with its quotes: '"' and '\'
-// escaped, other bytes below 0x20 as \u00XX. Values from format_field are
-// printable ASCII, so the JSON stays ASCII whatever the record holds.
-// Always terminated; returns the length needed (>= size means cut).
-std::size_t json_string(const char *text, char *out, std::size_t size);
-
 // All fields of kFieldNames: "key=value" lines, or one JSON object on one
-// line ("magic_ok" a JSON boolean, the rest strings of the same texts).
+// line ("magic_ok" a JSON boolean, the rest strings of the same texts,
+// '"' and '\' escaped, other bytes below 0x20 as \u00XX; values are
+// printable ASCII, so the JSON stays ASCII whatever the record holds).
 // Always terminated; returns the length needed (>= size means cut).
 std::size_t format_record(const dev_info &rec, Format format, char *out, std::size_t size);
 

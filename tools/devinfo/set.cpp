@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -87,9 +86,7 @@ bool has_problem(const Problems &problems, const char *label)
 void report_refusal(const char *store, const Problems &problems, const char *advice)
 {
     diag("refusing to change %s:", store_file(store));
-    for (std::size_t i = 0; i < problems.count; ++i)
-        std::fprintf(stderr, "  %s: %s\n", problems.items[i].label, problems.items[i].message);
-    std::fprintf(stderr, "  (%s)\n", advice);
+    report_problems(problems, advice);
 }
 
 // After a save that may have changed the store: the record it held, and
@@ -107,33 +104,6 @@ void advise_restore(const char *store, const dev_info &old, const char *backup)
     else
         diag("restore it with: echo %s | xxd -r -p | dd of=%s conv=notrunc,fsync", hex, file);
 }
-
-// While it lives, standard output goes to standard error: the shell
-// commands of the MAC step print there, so standard output stays for
-// results.
-class StdoutToStderr {
-public:
-    StdoutToStderr()
-    {
-        std::fflush(stdout);
-        saved_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-        if (saved_ >= 0)
-            ::dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    ~StdoutToStderr()
-    {
-        std::fflush(stdout);
-        if (saved_ >= 0) {
-            ::dup2(saved_, STDOUT_FILENO);
-            ::close(saved_);
-        }
-    }
-    StdoutToStderr(const StdoutToStderr &) = delete;
-    StdoutToStderr &operator=(const StdoutToStderr &) = delete;
-
-private:
-    int saved_ = -1;
-};
 
 // The new record from the stored one `old` (of `size` bytes), or the exit
 // status of a refusal. Returns -1 with *rec set.
@@ -250,7 +220,10 @@ int cmd_set(int argc, char *argv[])
         return rc;
     char mac[kTextFieldSize];
     read_text_field(rec.mac, mac);
-    const StdoutToStderr quiet;
+    // The MAC step's shell commands print to standard error: standard
+    // output is for results, and set has none.
+    std::fflush(stdout);
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
     restore_mac_addr(mac);
     return kExitOk;
 }
