@@ -94,6 +94,9 @@ int do_read_dev_mtd(dev_info *rec)
         log_notice(__func__, "device %s open failed\n", kFlashDevice);
         return -1;
     }
+    // 280 bytes, not the block layer's read-ahead: on SPI NOR that is 16 KiB
+    // more over a slow bus at every start.
+    ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_RANDOM);
     ::lseek(fd.get(), 0, SEEK_SET);
     const ssize_t n = read_full(fd.get(), rec, sizeof *rec);
     fd.reset();
