@@ -8,9 +8,9 @@
 //   bootbench latency RUNS WARMUP RESET NAME=COMMAND...
 //                     boot latency: RUNS rounds (after WARMUP unrecorded
 //                     ones); each round starts every COMMAND once, in an
-//                     order that rotates from round to round, and takes the
-//                     time from just before its fork/exec to the stamp the
-//                     GUI stand-in writes. RESET (a program) runs before
+//                     order that changes from round to round (see
+//                     round_order), and takes the time from just before
+//                     its fork/exec to the stamp the GUI stand-in writes. RESET (a program) runs before
 //                     each start, given the NAME that starts next, and puts
 //                     the board back as it was at power-on (as that kind
 //                     of start wants it).
@@ -226,8 +226,23 @@ std::int64_t one_exit(char *const argv[])
     return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? t1 - t0 : -1;
 }
 
-// Both modes: RUNS rounds after WARMUP, every kind once a round in a
-// rotating order. RESET is null in the exits mode.
+// The kind that round r starts k-th, of n: the rows of a Williams design,
+// one row a round. Row i is 0, 1, n-1, 2, n-2, ... plus i (mod n); for an
+// odd n the next n rounds take those rows backwards. Over every n rounds
+// (2n for an odd n) each kind starts first equally often and follows each
+// other kind equally often, so what one start leaves behind in the kernel
+// (freed pages, caches) favours no kind.
+std::size_t round_order(std::size_t r, std::size_t k, std::size_t n)
+{
+    const std::size_t row = r % (n % 2 == 0 ? n : 2 * n);
+    if (row >= n)
+        k = n - 1 - k;
+    const std::size_t first_row = k == 0 ? 0 : k % 2 == 1 ? (k + 1) / 2 : n - k / 2;
+    return (first_row + row) % n;
+}
+
+// Both modes: RUNS rounds after WARMUP, every kind once a round (in
+// round_order). RESET is null in the exits mode.
 int rounds(int runs, int warmup, const char *reset, std::vector<Arm> &arms)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -242,7 +257,9 @@ int rounds(int runs, int warmup, const char *reset, std::vector<Arm> &arms)
     const std::size_t n = arms.size();
     for (int round = 0; round < warmup + runs; ++round) {
         for (std::size_t k = 0; k < n; ++k) {
-            Arm &arm = arms[(static_cast<std::size_t>(round) + k) % n];
+            // The recorded rounds begin with the design's first row.
+            const int row = round < warmup ? round : round - warmup;
+            Arm &arm = arms[round_order(static_cast<std::size_t>(row), k, n)];
             if (reset != nullptr && !run_reset(reset, arm.name)) {
                 std::fprintf(stderr, "bootbench: %s %s failed\n", reset, arm.name.c_str());
                 return 1;
