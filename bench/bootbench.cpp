@@ -10,10 +10,10 @@
 //                     ones); each round starts every COMMAND once, in an
 //                     order that changes from round to round (see
 //                     round_order), and takes the time from just before
-//                     its fork/exec to the stamp the GUI stand-in writes. RESET (a program) runs before
-//                     each start, given the NAME that starts next, and puts
-//                     the board back as it was at power-on (as that kind
-//                     of start wants it).
+//                     its fork/exec to the stamp the GUI stand-in writes.
+//                     RESET (a program) runs before each start, given the
+//                     NAME that starts next, and puts the board back as it
+//                     was at power-on (as that kind of start wants it).
 //   bootbench exits RUNS WARMUP NAME=COMMAND...
 //                     start cost: the same rounds, each start timed from
 //                     just before its fork/exec to its exit (no RESET).
@@ -249,7 +249,8 @@ int rounds(int runs, int warmup, const char *reset, std::vector<Arm> &arms)
     int watch_fd = -1;
     if (reset != nullptr) {
         watch_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        if (watch_fd < 0 || inotify_add_watch(watch_fd, kRunDir, IN_MOVED_TO | IN_CLOSE_WRITE) < 0) {
+        if (watch_fd < 0 ||
+            inotify_add_watch(watch_fd, kRunDir, IN_MOVED_TO | IN_CLOSE_WRITE) < 0) {
             std::perror("bootbench: inotify");
             return 1;
         }
@@ -269,8 +270,8 @@ int rounds(int runs, int warmup, const char *reset, std::vector<Arm> &arms)
                 reset != nullptr ? one_start(argv.data(), watch_fd) : one_exit(argv.data());
             if (ns < 0) {
                 if (reset != nullptr)
-                    std::fprintf(stderr, "bootbench: %s: no GUI start within %d ms\n",
-                                 argv[0], kStartTimeoutMs);
+                    std::fprintf(stderr, "bootbench: %s: no GUI start within %d ms\n", argv[0],
+                                 kStartTimeoutMs);
                 else
                     std::fprintf(stderr, "bootbench: %s: no exit with status 0\n", argv[0]);
                 return 1;
@@ -308,7 +309,8 @@ int main(int argc, char *argv[])
         return write_stamp();
     if (self == "vrn_ddns_client")
         return 0;
-    if (argc >= 2 && (std::string_view(argv[1]) == "latency" || std::string_view(argv[1]) == "exits")) {
+    if (argc >= 2 &&
+        (std::string_view(argv[1]) == "latency" || std::string_view(argv[1]) == "exits")) {
         const int rc = bench(argc, argv, std::string_view(argv[1]) == "latency");
         if (rc != 2)
             return rc;
