@@ -5,15 +5,21 @@
 //                     clock (ns) to /var/run/gui.t (via a rename, so the
 //                     file is whole when it appears) and exits
 //   vrn_ddns_client   stand-in for the DDNS client: exits at once
-//   bootbench latency RUNS WARMUP RESET NAME=PATH...
+//   bootbench latency RUNS WARMUP RESET NAME=COMMAND...
 //                     boot latency: RUNS rounds (after WARMUP unrecorded
-//                     ones); each round starts every PATH once, in an order
-//                     that rotates from round to round, and takes the time
-//                     from just before its fork/exec to the stamp the GUI
-//                     stand-in writes. RESET (a program) runs before each
-//                     start and puts the board back as it was at power-on.
-//                     Prints one line per NAME: "NAME n median p10 p90"
-//                     (microseconds), then one "raw NAME us us ..." line.
+//                     ones); each round starts every COMMAND once, in an
+//                     order that changes from round to round (see
+//                     round_order), and takes the time from just before
+//                     its fork/exec to the stamp the GUI stand-in writes.
+//                     RESET (a program) runs before each start, given the
+//                     NAME that starts next, and puts the board back as it
+//                     was at power-on (as that kind of start wants it).
+//   bootbench exits RUNS WARMUP NAME=COMMAND...
+//                     start cost: the same rounds, each start timed from
+//                     just before its fork/exec to its exit (no RESET).
+// A COMMAND is a path and its arguments, separated by blanks. Both modes
+// print one line per NAME: "NAME n median p10 p90" (microseconds), then
+// one "raw NAME us us ..." line.
 //
 // Everything a start left running is killed (its process group) once the
 // stamp is there, and reaped here: this process is a child subreaper, so
@@ -76,9 +82,10 @@ std::int64_t read_stamp()
     return t;
 }
 
-// Starts path with no arguments in a process group of its own, standard
-// streams on /dev/null (as a board's init would give it a console).
-pid_t start(const char *path)
+// Starts argv[0] with its arguments in a process group of its own,
+// standard streams on /dev/null (as a board's init would give it a
+// console).
+pid_t start(char *const argv[])
 {
     pid_t pid = fork();
     if (pid != 0)
@@ -90,7 +97,7 @@ pid_t start(const char *path)
     dup2(null_fd, 2);
     if (null_fd > 2)
         close(null_fd);
-    execl(path, path, static_cast<char *>(nullptr));
+    execv(argv[0], argv);
     _exit(127);
 }
 
@@ -101,9 +108,10 @@ void reap_all()
     }
 }
 
-bool run_reset(const char *reset)
+bool run_reset(const char *reset, const std::string &next)
 {
-    pid_t pid = start(reset);
+    char *const argv[] = {const_cast<char *>(reset), const_cast<char *>(next.c_str()), nullptr};
+    pid_t pid = start(argv);
     int status = 0;
     if (pid < 0 || waitpid(pid, &status, 0) != pid)
         return false;
@@ -119,11 +127,11 @@ void drain(int fd)
 }
 
 // One start: nanoseconds from the fork to the GUI stand-in's stamp, or -1.
-std::int64_t one_start(const char *path, int watch_fd)
+std::int64_t one_start(char *const argv[], int watch_fd)
 {
     drain(watch_fd);
     const std::int64_t t0 = now_ns();
-    pid_t pid = start(path);
+    pid_t pid = start(argv);
     if (pid < 0)
         return -1;
     std::int64_t t1 = -1;
@@ -141,10 +149,20 @@ std::int64_t one_start(const char *path, int watch_fd)
     return t1 < 0 ? -1 : t1 - t0;
 }
 
+// One kind of start: its NAME, its command split into words, its times.
 struct Arm {
     std::string name;
-    std::string path;
+    std::vector<std::string> words;
     std::vector<double> us;
+
+    std::vector<char *> argv()
+    {
+        std::vector<char *> v;
+        for (std::string &w : words)
+            v.push_back(w.data());
+        v.push_back(nullptr);
+        return v;
+    }
 };
 
 double quantile(std::vector<double> v, double q)
@@ -156,49 +174,32 @@ double quantile(std::vector<double> v, double q)
     return v[lo] + (v[hi] - v[lo]) * (pos - static_cast<double>(lo));
 }
 
-int latency(int argc, char *argv[])
+// NAME=COMMAND arguments from argv[first] on; false when one has no "=" or
+// no command.
+bool parse_arms(int argc, char *argv[], int first, std::vector<Arm> &arms)
 {
-    if (argc < 6)
-        return 2;
-    const int runs = std::atoi(argv[2]);
-    const int warmup = std::atoi(argv[3]);
-    const char *reset = argv[4];
-    std::vector<Arm> arms;
-    for (int i = 5; i < argc; ++i) {
-        std::string_view a = argv[i];
-        std::size_t eq = a.find('=');
+    for (int i = first; i < argc; ++i) {
+        const std::string_view a = argv[i];
+        const std::size_t eq = a.find('=');
         if (eq == std::string_view::npos)
-            return 2;
-        arms.push_back({std::string(a.substr(0, eq)), std::string(a.substr(eq + 1)), {}});
-    }
-    if (runs < 1 || warmup < 0 || arms.empty())
-        return 2;
-
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    int watch_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (watch_fd < 0 || inotify_add_watch(watch_fd, kRunDir, IN_MOVED_TO | IN_CLOSE_WRITE) < 0) {
-        std::perror("bootbench: inotify");
-        return 1;
-    }
-
-    const std::size_t n = arms.size();
-    for (int round = 0; round < warmup + runs; ++round) {
-        for (std::size_t k = 0; k < n; ++k) {
-            Arm &arm = arms[(static_cast<std::size_t>(round) + k) % n];
-            if (!run_reset(reset)) {
-                std::fprintf(stderr, "bootbench: %s failed\n", reset);
-                return 1;
-            }
-            const std::int64_t ns = one_start(arm.path.c_str(), watch_fd);
-            if (ns < 0) {
-                std::fprintf(stderr, "bootbench: %s: no GUI start within %d ms\n",
-                             arm.path.c_str(), kStartTimeoutMs);
-                return 1;
-            }
-            if (round >= warmup)
-                arm.us.push_back(static_cast<double>(ns) / 1000.0);
+            return false;
+        Arm arm{std::string(a.substr(0, eq)), {}, {}};
+        std::string_view rest = a.substr(eq + 1);
+        while (!rest.empty()) {
+            const std::size_t blank = rest.find(' ');
+            if (blank != 0)
+                arm.words.emplace_back(rest.substr(0, blank));
+            rest = blank == std::string_view::npos ? std::string_view() : rest.substr(blank + 1);
         }
+        if (arm.words.empty())
+            return false;
+        arms.push_back(std::move(arm));
     }
+    return !arms.empty();
+}
+
+void report(const std::vector<Arm> &arms)
+{
     for (const Arm &arm : arms)
         std::printf("%s %zu %.0f %.0f %.0f\n", arm.name.c_str(), arm.us.size(),
                     quantile(arm.us, 0.5), quantile(arm.us, 0.1), quantile(arm.us, 0.9));
@@ -208,7 +209,94 @@ int latency(int argc, char *argv[])
             std::printf(" %.0f", us);
         std::printf("\n");
     }
+}
+
+// One start timed to its exit: nanoseconds from the fork to the wait's
+// return, or -1 when it failed or did not exit with status 0.
+std::int64_t one_exit(char *const argv[])
+{
+    const std::int64_t t0 = now_ns();
+    const pid_t pid = start(argv);
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid)
+        return -1;
+    const std::int64_t t1 = now_ns();
+    kill(-pid, SIGKILL);
+    reap_all();
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? t1 - t0 : -1;
+}
+
+// The kind that round r starts k-th, of n: the rows of a Williams design,
+// one row a round. Row i is 0, 1, n-1, 2, n-2, ... plus i (mod n); for an
+// odd n the next n rounds take those rows backwards. Over every n rounds
+// (2n for an odd n) each kind starts first equally often and follows each
+// other kind equally often, so what one start leaves behind in the kernel
+// (freed pages, caches) favours no kind.
+std::size_t round_order(std::size_t r, std::size_t k, std::size_t n)
+{
+    const std::size_t row = r % (n % 2 == 0 ? n : 2 * n);
+    if (row >= n)
+        k = n - 1 - k;
+    const std::size_t first_row = k == 0 ? 0 : k % 2 == 1 ? (k + 1) / 2 : n - k / 2;
+    return (first_row + row) % n;
+}
+
+// Both modes: RUNS rounds after WARMUP, every kind once a round (in
+// round_order). RESET is null in the exits mode.
+int rounds(int runs, int warmup, const char *reset, std::vector<Arm> &arms)
+{
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    int watch_fd = -1;
+    if (reset != nullptr) {
+        watch_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (watch_fd < 0 ||
+            inotify_add_watch(watch_fd, kRunDir, IN_MOVED_TO | IN_CLOSE_WRITE) < 0) {
+            std::perror("bootbench: inotify");
+            return 1;
+        }
+    }
+    const std::size_t n = arms.size();
+    for (int round = 0; round < warmup + runs; ++round) {
+        for (std::size_t k = 0; k < n; ++k) {
+            // The recorded rounds begin with the design's first row.
+            const int row = round < warmup ? round : round - warmup;
+            Arm &arm = arms[round_order(static_cast<std::size_t>(row), k, n)];
+            if (reset != nullptr && !run_reset(reset, arm.name)) {
+                std::fprintf(stderr, "bootbench: %s %s failed\n", reset, arm.name.c_str());
+                return 1;
+            }
+            std::vector<char *> argv = arm.argv();
+            const std::int64_t ns =
+                reset != nullptr ? one_start(argv.data(), watch_fd) : one_exit(argv.data());
+            if (ns < 0) {
+                if (reset != nullptr)
+                    std::fprintf(stderr, "bootbench: %s: no GUI start within %d ms\n", argv[0],
+                                 kStartTimeoutMs);
+                else
+                    std::fprintf(stderr, "bootbench: %s: no exit with status 0\n", argv[0]);
+                return 1;
+            }
+            if (round >= warmup)
+                arm.us.push_back(static_cast<double>(ns) / 1000.0);
+        }
+    }
+    report(arms);
     return 0;
+}
+
+// bootbench latency RUNS WARMUP RESET NAME=COMMAND... and
+// bootbench exits RUNS WARMUP NAME=COMMAND...
+int bench(int argc, char *argv[], bool to_gui)
+{
+    const int first = to_gui ? 5 : 4;
+    if (argc <= first)
+        return 2;
+    const int runs = std::atoi(argv[2]);
+    const int warmup = std::atoi(argv[3]);
+    std::vector<Arm> arms;
+    if (runs < 1 || warmup < 0 || !parse_arms(argc, argv, first, arms))
+        return 2;
+    return rounds(runs, warmup, to_gui ? argv[4] : nullptr, arms);
 }
 
 } // namespace
@@ -221,9 +309,14 @@ int main(int argc, char *argv[])
         return write_stamp();
     if (self == "vrn_ddns_client")
         return 0;
-    if (argc >= 2 && std::string_view(argv[1]) == "latency")
-        return latency(argc, argv);
-    std::fprintf(stderr, "usage: bootbench latency RUNS WARMUP RESET NAME=PATH...\n"
+    if (argc >= 2 &&
+        (std::string_view(argv[1]) == "latency" || std::string_view(argv[1]) == "exits")) {
+        const int rc = bench(argc, argv, std::string_view(argv[1]) == "latency");
+        if (rc != 2)
+            return rc;
+    }
+    std::fprintf(stderr, "usage: bootbench latency RUNS WARMUP RESET NAME=COMMAND...\n"
+                         "       bootbench exits RUNS WARMUP NAME=COMMAND...\n"
                          "   (or started as gui / vrn_ddns_client: the stand-ins)\n");
     return 2;
 }
