@@ -147,14 +147,9 @@ bool build_partition_image(std::uint8_t *image, std::size_t part_size, std::size
     return build_copy(image + erase_size, erase_size, 1, record, record, nullptr, 0);
 }
 
-CopyBlock classify_copy_block(const std::uint8_t *block, std::size_t size)
+bool foreign_copy_block(std::uint32_t first_word)
 {
-    if (trimmed_size(block, size) == 0)
-        return CopyBlock::erased;
-    std::uint32_t word = 0;
-    if (size >= sizeof word)
-        std::memcpy(&word, block, sizeof word);
-    return (word & kCopyMagic) == kCopyMagic ? CopyBlock::ours : CopyBlock::foreign;
+    return (first_word & kCopyMagic) != kCopyMagic;
 }
 
 Recovery choose_recovery(const BlockView &block, const CopyView &copy)
@@ -166,19 +161,26 @@ Recovery choose_recovery(const BlockView &block, const CopyView &copy)
     return !m.is_old && on_its_way ? Recovery::restore : Recovery::keep;
 }
 
-Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
-                         std::size_t size)
+Decision decide(const std::uint8_t *record_block, std::size_t size, const CopyView *copy)
 {
     Decision d = {Recovery::nothing, false, false, {0, nullptr, nullptr, nullptr, 0}};
     d.erased = trimmed_size(record_block, size) == 0;
     // A valid copy's record and tail fit a block: its payload did.
-    d.copy_valid = size >= kDevInfoSize && parse_copy(copy_block, size, &d.copy);
+    d.copy_valid = copy != nullptr && size >= kDevInfoSize;
     if (!d.copy_valid) {
         // The record block is touched only after a whole copy was read back.
         const bool magic = size >= kDevInfoSize && has_record_magic(record_block);
         d.action = magic ? Recovery::nothing : Recovery::none_whole;
         return d;
     }
+    d.copy = *copy;
     d.action = choose_recovery({record_block, size, true}, d.copy);
     return d;
+}
+
+Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
+                         std::size_t size)
+{
+    CopyView c;
+    return decide(record_block, size, parse_copy(copy_block, size, &c) ? &c : nullptr);
 }

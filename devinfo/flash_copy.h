@@ -99,11 +99,11 @@ void build_record_block(std::uint8_t *block, std::size_t size, const std::uint8_
 bool build_partition_image(std::uint8_t *image, std::size_t part_size, std::size_t erase_size,
                            const std::uint8_t *record);
 
-// What the block meant for the copy holds: nothing (all 0xFF), a copy of
-// ours (its first word has every 1-bit of kCopyMagic: whole, torn, or cut
-// while being erased or programmed) or data devinfo did not write.
-enum class CopyBlock { erased, ours, foreign };
-CopyBlock classify_copy_block(const std::uint8_t *block, std::size_t size);
+// True when the block meant for the copy, whose first word is `first_word`,
+// holds data devinfo did not write: a copy of ours - whole, torn, or cut
+// while being erased or programmed - and an erased block begin with a word
+// that has every 1-bit of kCopyMagic.
+bool foreign_copy_block(std::uint32_t first_word);
 
 // What recovery does with the record block.
 enum class Recovery {
@@ -141,10 +141,12 @@ struct BlockView {
 // record is kept.
 Recovery choose_recovery(const BlockView &block, const CopyView &copy);
 
-// The same choice over the whole record block and copy block, `size`
-// bytes each, whether or not the copy is valid: without a valid copy a
-// record block with the record's magic is nothing to do, one without is
-// none_whole.
+// The choice over the whole record block (`size` bytes) and the copy, when
+// there is a valid one (else null): without one, a record block with the
+// record's magic is nothing to do, one without is none_whole.
+Decision decide(const std::uint8_t *record_block, std::size_t size, const CopyView *copy);
+
+// The same over the whole record block and copy block, `size` bytes each.
 Decision decide_recovery(const std::uint8_t *record_block, const std::uint8_t *copy_block,
                          std::size_t size);
 

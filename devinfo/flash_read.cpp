@@ -1,24 +1,9 @@
 #include "devinfo/flash_read.h"
 
-#include <cstdlib>
+#include <cerrno>
 #include <cstring>
 
-#include "devinfo/flash_copy.h"
-
 namespace {
-
-// Owns one malloc'ed buffer.
-class Buffer {
-public:
-    explicit Buffer(std::size_t size) : p_(static_cast<std::uint8_t *>(std::malloc(size))) {}
-    ~Buffer() { std::free(p_); }
-    Buffer(const Buffer &) = delete;
-    Buffer &operator=(const Buffer &) = delete;
-    std::uint8_t *get() const { return p_; }
-
-private:
-    std::uint8_t *p_;
-};
 
 // 1 when every byte of the record block from `from` to its end is 0xFF,
 // 0 when one is not, -1 when a read failed.
@@ -38,42 +23,59 @@ int rest_erased(Flash &flash, std::uint32_t from, std::uint32_t block_size)
 
 } // namespace
 
+bool read_copy(Flash &flash, CopyRead *out)
+{
+    const FlashGeometry g = flash.geometry();
+    std::uint8_t header[sizeof(CopyHeader)];
+    if (find_copy_block(flash, &out->at) != 0 ||
+        (out->at != 0 && !flash.read(out->at, header, sizeof header)))
+        return false;
+    if (out->at == 0)
+        return true;
+    std::memcpy(&out->first_word, header, sizeof out->first_word);
+    const std::size_t size = copy_size(header, g.erase_size);
+    if (size == 0)
+        return true;
+    out->bytes = static_cast<std::uint8_t *>(std::malloc(size));
+    if (out->bytes == nullptr) {
+        errno = ENOMEM;
+        return false;
+    }
+    // parse_copy checks the header again within these bytes, so a header
+    // that changed since it was measured cannot widen the copy.
+    const bool read = flash.read(out->at, out->bytes, size);
+    if (!read || !parse_copy(out->bytes, size, &out->view)) {
+        std::free(out->bytes);
+        out->bytes = nullptr;
+    }
+    return read;
+}
+
 bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how)
 {
     const FlashGeometry g = flash.geometry();
-    std::uint32_t at = 0;
-    if (!geometry_ok(g) || flash.is_bad(0) != 0 || find_copy_block(flash, &at) != 0 || at == 0)
+    CopyRead copy;
+    if (!geometry_ok(g) || flash.is_bad(0) != 0 || !read_copy(flash, &copy) ||
+        copy.bytes == nullptr)
         return false;
-    std::uint8_t header[sizeof(CopyHeader)];
-    if (!flash.read(at, header, sizeof header))
-        return false;
-    const std::size_t size = copy_size(header, g.erase_size);
-    if (size == 0)
-        return false;
-    // The copy as copy_size measured it: parse_copy checks it again within
-    // these bytes, so a header that changed in between cannot widen it.
-    const Buffer copy(size);
-    CopyView c;
-    if (copy.get() == nullptr || !flash.read(at, copy.get(), size) ||
-        !parse_copy(copy.get(), size, &c))
-        return false;
+    const CopyView &c = copy.view;
     const std::size_t prefix = kDevInfoSize + c.tail_size;
-    const Buffer block(prefix);
-    if (block.get() == nullptr || !flash.read(0, block.get(), prefix))
-        return false;
-    BlockView view = {block.get(), prefix, true};
+    auto *block = static_cast<std::uint8_t *>(std::malloc(prefix));
+    BlockView view = {block, prefix, true};
+    bool restore = block != nullptr && flash.read(0, block, prefix);
     // The rest of the block decides only for a block on its way or one
     // without the magic; a whole record does not need it read.
-    if (choose_recovery(view, c) == Recovery::restore || !has_record_magic(block.get())) {
+    if (restore && (choose_recovery(view, c) == Recovery::restore || !has_record_magic(block))) {
         const int rest = rest_erased(flash, static_cast<std::uint32_t>(prefix), g.erase_size);
-        if (rest < 0)
-            return false;
         view.rest_erased = rest == 1;
+        restore = rest >= 0;
     }
-    if (choose_recovery(view, c) != Recovery::restore)
-        return false;
-    std::memcpy(rec, c.new_record, sizeof *rec);
-    how->sequence = c.sequence;
-    how->erased = view.rest_erased && trimmed_size(block.get(), prefix) == 0;
-    return true;
+    restore = restore && choose_recovery(view, c) == Recovery::restore;
+    if (restore) {
+        std::memcpy(rec, c.new_record, sizeof *rec);
+        how->sequence = c.sequence;
+        how->erased = view.rest_erased && trimmed_size(block, prefix) == 0;
+    }
+    std::free(block);
+    return restore;
 }

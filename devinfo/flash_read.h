@@ -1,15 +1,38 @@
-// How a reader takes the record of a flash partition that may hold the
-// record's copy (flash_copy.h): when a save was cut while the record block
-// was being erased or programmed and the copy is whole, the copy's new
-// record stands for the record block. Reads only what that choice needs
-// (the copy, then the record and its tail; the rest of the record block
-// only after a cut) and writes nothing: repairing is recovery's.
+// How a reader finds the record's copy on a flash partition (flash_copy.h)
+// and takes the record: when a save was cut while the record block was
+// being erased or programmed and the copy is whole, the copy's new record
+// stands for the record block. Reads only what that needs - the copy's
+// header, then exactly the copy, then the record and its tail; the rest of
+// the record block only after a cut - and writes nothing: repairing is
+// recovery's.
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "devinfo/dev_info.h"
 #include "devinfo/flash.h"
+#include "devinfo/flash_copy.h"
+
+// The copy of a partition as read_copy found it.
+class CopyRead {
+public:
+    CopyRead() = default;
+    ~CopyRead() { std::free(bytes); }
+    CopyRead(const CopyRead &) = delete;
+    CopyRead &operator=(const CopyRead &) = delete;
+
+    std::uint32_t at = 0;                 // its erase block; 0: no good one
+    std::uint32_t first_word = 0xFFFFFFFF; // of that block (foreign_copy_block)
+    std::uint8_t *bytes = nullptr;        // the copy, malloc'ed: only when valid
+    CopyView view = {};                   // into `bytes`
+};
+
+// Reads the copy of the partition into *out: the first good erase block
+// after block 0, its header, and when that can begin a valid copy, exactly
+// the copy. False (errno set) when a bad-block check or a read failed, or
+// memory ran out.
+bool read_copy(Flash &flash, CopyRead *out);
 
 // What the choice found when the copy stands for the record block.
 struct CopyChoice {

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int kBuffers = 5;
+constexpr int kBuffers = 4;
 
 // Bytes of `image` a program must cover: up to its last byte that is not
 // 0xFF, in whole write units.
@@ -21,9 +21,9 @@ std::size_t program_size(const std::uint8_t *image, const FlashGeometry &g)
 // st.image holds the copy), or Refusal::none.
 Refusal make_copy(FlashState &st, const dev_info &rec, bool take_copy_block)
 {
-    if (st.copy_offset == 0)
+    if (st.copy.at == 0)
         return Refusal::no_copy_block;
-    if (!take_copy_block && classify_copy_block(st.copy, st.geo.erase_size) == CopyBlock::foreign)
+    if (!take_copy_block && foreign_copy_block(st.copy.first_word))
         return Refusal::foreign_copy;
     const std::uint8_t *tail = st.current + kDevInfoSize;
     const std::size_t tail_size = trimmed_size(tail, st.geo.erase_size - kDevInfoSize);
@@ -47,10 +47,9 @@ bool FlashState::allocate()
     mem_ = static_cast<std::uint8_t *>(std::malloc(kBuffers * size));
     if (mem_ == nullptr)
         return false;
-    std::uint8_t **buffers[kBuffers] = {&block0, &copy, &current, &image, &back};
+    std::uint8_t **buffers[kBuffers] = {&block0, &current, &image, &back};
     for (int i = 0; i < kBuffers; ++i)
         *buffers[i] = mem_ + static_cast<std::size_t>(i) * size;
-    std::memset(copy, 0xFF, size);
     return true;
 }
 
@@ -97,19 +96,17 @@ bool load_flash(Flash &flash, const char *name, Say say, FlashState *st)
         why = "its erase or write size makes no sense";
     else if (flash.is_bad(0) != 0)
         why = "its first erase block is bad";
-    else if (find_copy_block(flash, &st->copy_offset) != 0)
-        why = "a bad-block check failed";
     else if (!st->allocate())
         why = "out of memory";
     const std::size_t size = st->geo.erase_size;
-    if (why == nullptr && (!flash.read(0, st->block0, size) ||
-                           (st->copy_offset != 0 && !flash.read(st->copy_offset, st->copy, size))))
+    if (why == nullptr && (!read_copy(flash, &st->copy) || !flash.read(0, st->block0, size)))
         why = std::strerror(errno);
     if (why != nullptr) {
         say_line(say, "cannot use %s: %s", name, why);
         return false;
     }
-    st->decision = decide_recovery(st->block0, st->copy, size);
+    st->decision =
+        decide(st->block0, size, st->copy.bytes != nullptr ? &st->copy.view : nullptr);
     const CopyView &c = st->decision.copy;
     if (st->decision.action == Recovery::restore)
         build_record_block(st->current, size, c.new_record, c.tail, c.tail_size);
@@ -131,7 +128,7 @@ SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool
                      : "the bytes behind the record do not fit in a copy");
         return SaveResult::kept;
     }
-    const char *step = write_block(flash, st, st.copy_offset);
+    const char *step = write_block(flash, st, st.copy.at);
     const bool copied = step == nullptr;
     if (copied)
         step = write_record_block(flash, st, rec);

@@ -16,6 +16,7 @@
 #include "devinfo/file_save.h"
 #include "devinfo/flash.h"
 #include "devinfo/flash_copy.h"
+#include "devinfo/flash_read.h"
 #include "devinfo/say.h"
 
 // What a save or recovery read from the partition, the buffers it writes
@@ -30,9 +31,8 @@ public:
     const char *name = ""; // the store as the user knows it
     Say say = nullptr;     // where messages go
     FlashGeometry geo = {0, 0, 0};
-    std::uint32_t copy_offset = 0;   // 0: no good erase block for a copy
+    CopyRead copy;                   // the copy block and the copy in it
     std::uint8_t *block0 = nullptr;  // the record block as read
-    std::uint8_t *copy = nullptr;    // the copy block as read
     std::uint8_t *current = nullptr; // the record block a save starts from:
                                      // block0, or made from the copy when
                                      // the decision is to restore
@@ -42,15 +42,15 @@ public:
 
     // The record a save starts from (bytes 0-279 of `current`).
     dev_info record() const;
-    // Allocates the five buffers for `geo`; false when out of memory.
+    // Allocates the four buffers for `geo`; false when out of memory.
     bool allocate();
 
 private:
     std::uint8_t *mem_ = nullptr;
 };
 
-// Reads the geometry, finds the copy block and reads both blocks into
-// `st`, with the recovery decision over them; messages name the store
+// Reads the geometry, finds the copy block, reads the copy (read_copy) and
+// the whole record block into `st`, with the recovery decision over them; messages name the store
 // `name` and go to `say`. False after a message when the partition cannot
 // be read or its geometry makes no sense.
 bool load_flash(Flash &flash, const char *name, Say say, FlashState *st);

@@ -46,7 +46,7 @@ public:
     // Why the last flash save wrote nothing.
     Refusal refusal() const { return refusal_; }
     // The flash partition has no good erase block for a copy.
-    bool no_copy_block() const { return flash_ && st_.copy_offset == 0; }
+    bool no_copy_block() const { return flash_ && st_.copy.at == 0; }
 
     // Saves `rec`: on the flash the copy first, then the record block
     // (flash_save.h; a foreign copy block is written over only with

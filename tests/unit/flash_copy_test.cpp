@@ -161,10 +161,15 @@ TEST(FlashCopy, RecoveryChoosesTheWholeRecord)
 
 TEST(FlashCopy, CopyBlockKindsAndFit)
 {
-    EXPECT_EQ(classify_copy_block(kErased.data(), kBlock), CopyBlock::erased);
-    EXPECT_EQ(classify_copy_block(Copy().data(), kBlock), CopyBlock::ours);
-    EXPECT_EQ(classify_copy_block(Cut(kErased, Copy(), 2).data(), kBlock), CopyBlock::ours);
-    EXPECT_EQ(classify_copy_block(Block(kOld).data(), kBlock), CopyBlock::foreign);
+    const auto first_word = [](const Bytes &b) {
+        std::uint32_t w;
+        std::memcpy(&w, b.data(), sizeof w);
+        return w;
+    };
+    EXPECT_FALSE(foreign_copy_block(first_word(kErased)));
+    EXPECT_FALSE(foreign_copy_block(first_word(Copy())));
+    EXPECT_FALSE(foreign_copy_block(first_word(Cut(kErased, Copy(), 2))));
+    EXPECT_TRUE(foreign_copy_block(first_word(Block(kOld))));
     Bytes b(kBlock);
     const Bytes tail(kBlock - kCopyFixedSize + 1, 0);
     EXPECT_FALSE(

@@ -140,7 +140,7 @@ SaveResult Save(SimFlash &f, const dev_info &rec, Options options = {false, fals
     Refusal refusal = Refusal::none;
     if (!load_flash(f, "sim", nullptr, &st))
         return SaveResult::kept;
-    if (options.in_place && st.copy_offset == 0)
+    if (options.in_place && st.copy.at == 0)
         return save_in_place(f, st, rec);
     return save_to_flash(f, st, rec, options.take_copy_block, &refusal);
 }
