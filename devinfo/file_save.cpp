@@ -23,25 +23,27 @@ bool check_back(int fd, const void *data, std::size_t size)
 {
     const auto *want = static_cast<const unsigned char *>(data);
     unsigned char back[4096];
-    for (std::size_t done = 0;; done += sizeof back) {
-        const ssize_t n = ::pread(fd, back, sizeof back, static_cast<off_t>(done));
+    for (std::size_t done = 0;;) {
+        // One byte more than is left: a file that goes on shows it.
+        const std::size_t ask = std::min(size - done + 1, sizeof back);
+        const ssize_t n = read_at(fd, back, ask, static_cast<off_t>(done));
         if (n < 0)
             return false;
         const auto got = static_cast<std::size_t>(n);
-        const std::size_t left = size - std::min(done, size);
-        if (got != std::min(left, sizeof back) || std::memcmp(back, want + done, got) != 0) {
+        if (got > size - done || std::memcmp(back, want + done, got) != 0) {
             errno = EIO;
             return false;
         }
-        if (got == 0)
-            return true;
+        done += got;
+        if (got < ask)
+            return done == size || (errno = EIO, false);
     }
 }
 
-// Failure of `step` on `file`; the result `r` is returned.
-SaveResult fail(SaveResult r, const char *step, const char *file, Say say)
+// Failure of `step`; the result `r` is returned.
+SaveResult fail(SaveResult r, const char *step, StoreError *err)
 {
-    say_line(say, "cannot save the record to %s: %s: %s", file, step, std::strerror(errno));
+    err->set(step, errno);
     return r;
 }
 
@@ -70,46 +72,39 @@ const char *fill_temp(int fd, const struct stat *old, const void *data, std::siz
 {
     if (!take_over(fd, old))
         return "owner and mode";
-    if (!write_at(fd, data, size, 0))
+    const ssize_t n = write_at(fd, data, size);
+    if (n < 0 || static_cast<std::size_t>(n) != size) {
+        if (n >= 0)
+            errno = EIO; // the file system took no more
         return "write";
+    }
     if (::fsync(fd) != 0)
         return "fsync";
     return nullptr;
 }
 
-// The directory part of `path` ("." when it has none) into `dir`; returns
-// the name behind it.
-const char *split_dir(const char *path, char (&dir)[kPathSize])
-{
-    const char *slash = std::strrchr(path, '/');
-    if (slash == nullptr)
-        std::snprintf(dir, sizeof dir, ".");
-    else if (slash == path)
-        std::snprintf(dir, sizeof dir, "/");
-    else
-        std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(slash - path), path);
-    return slash != nullptr ? slash + 1 : path;
-}
-
 } // namespace
 
 SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size,
-                     Say say)
+                     StoreError *err)
 {
     char real[kPathSize];
     if (::realpath(path, real) == nullptr)
         std::snprintf(real, sizeof real, "%s", path);
-    char dir[kPathSize];
-    const char *name = split_dir(real, dir);
+    // The temporary file ".NAME.XXXXXX" goes beside the record: in its
+    // directory, the first `dir` bytes of `real` with their slash.
+    int dir = 0;
+    for (int i = 0; real[i] != '\0'; ++i)
+        dir = real[i] == '/' ? i + 1 : dir;
     char tmp[kPathSize];
-    const int len = std::snprintf(tmp, sizeof tmp, "%s/.%s.XXXXXX", dir, name);
+    const int len = std::snprintf(tmp, sizeof tmp, "%.*s.%s.XXXXXX", dir, real, real + dir);
     if (len < 0 || static_cast<std::size_t>(len) >= sizeof tmp) {
         errno = ENAMETOOLONG;
-        return fail(SaveResult::unopened, "temporary file", path, say);
+        return fail(SaveResult::unopened, "temporary file", err);
     }
     unique_fd fd(::mkostemp(tmp, O_CLOEXEC));
     if (!fd.ok())
-        return fail(SaveResult::unopened, "temporary file", path, say);
+        return fail(SaveResult::unopened, "temporary file", err);
     const char *step = fill_temp(fd.get(), old, data, size);
     if (step == nullptr && ::close(fd.release()) != 0)
         step = "close";
@@ -119,13 +114,15 @@ SaveResult save_file(const char *path, const struct stat *old, const void *data,
         const int error = errno;
         std::remove(tmp);
         errno = error;
-        return fail(SaveResult::kept, step, path, say);
+        return fail(SaveResult::kept, step, err);
     }
-    const unique_fd dir_fd(::open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // The directory, for its fsync: "." when the path has none.
+    std::snprintf(tmp, sizeof tmp, "%.*s", dir == 0 ? 1 : dir, dir == 0 ? "." : real);
+    const unique_fd dir_fd(::open(tmp, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!dir_fd.ok() || ::fsync(dir_fd.get()) != 0)
-        return fail(SaveResult::unsure, "fsync of its directory", path, say);
+        return fail(SaveResult::unsure, "directory fsync", err);
     const unique_fd back(::open(real, O_RDONLY | O_CLOEXEC));
     if (!back.ok() || !check_back(back.get(), data, size))
-        return fail(SaveResult::unsure, "read-back", path, say);
+        return fail(SaveResult::unsure, "read-back", err);
     return SaveResult::saved;
 }

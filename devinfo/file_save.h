@@ -1,13 +1,12 @@
 // Saves of a record file that leave it holding the old record or the new
-// one, whole, whatever happens, and the read-back that checks them. Every
-// failure is told through a Say.
+// one, whole, whatever happens, and the read-back that checks them.
 #pragma once
 
 #include <cstddef>
 #include <sys/stat.h>
 
 #include "devinfo/dev_info.h"
-#include "devinfo/say.h"
+#include "devinfo/store_error.h"
 
 enum class SaveResult {
     saved,    // the new record is stored, read back and checked
@@ -24,6 +23,6 @@ enum class SaveResult {
 // directory is fsync'ed; then `path` is read back. The new file gets the
 // mode and owner of `old`, the file it replaces; with `old` null, mode 0644
 // less the umask and the caller's owner. A failure before the rename
-// removes the temporary file. Failures are told to `say`.
+// removes the temporary file. *err says what failed.
 SaveResult save_file(const char *path, const struct stat *old, const void *data, std::size_t size,
-                     Say say);
+                     StoreError *err);

@@ -60,24 +60,27 @@ dev_info FlashState::record() const
     return rec;
 }
 
-const char *write_block(Flash &flash, FlashState &st, std::uint32_t offset)
+bool write_block(Flash &flash, FlashState &st, std::uint32_t offset)
 {
+    // The steps as the message names them: the record's block, the copy's.
+    static const char *const kSteps[2][4] = {
+        {"erase", "program", "read-back", "read back other bytes"},
+        {"copy erase", "copy program", "copy read-back", "copy read back other bytes"}};
+    const char *const *step = kSteps[offset != 0];
     const std::size_t size = st.geo.erase_size;
     if (!flash.erase(offset))
-        return "erase";
+        return st.err.set(step[0], errno);
     const std::size_t n = program_size(st.image, st.geo);
     if (n > 0 && !flash.program(offset, st.image, n))
-        return "program";
+        return st.err.set(step[1], errno);
     if (!flash.read(offset, st.back, size))
-        return "read-back";
-    if (std::memcmp(st.back, st.image, size) != 0) {
-        errno = EIO;
-        return "read-back (the block does not hold what was programmed)";
-    }
-    return nullptr;
+        return st.err.set(step[2], errno);
+    if (std::memcmp(st.back, st.image, size) != 0)
+        return st.err.set(step[3], 0);
+    return true;
 }
 
-const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec)
+bool write_record_block(Flash &flash, FlashState &st, const dev_info &rec)
 {
     const std::size_t tail_size =
         trimmed_size(st.current + kDevInfoSize, st.geo.erase_size - kDevInfoSize);
@@ -86,25 +89,18 @@ const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec
     return write_block(flash, st, 0);
 }
 
-bool load_flash(Flash &flash, const char *name, Say say, FlashState *st)
+bool load_flash(Flash &flash, FlashState *st)
 {
-    st->name = name;
-    st->say = say;
     st->geo = flash.geometry();
-    const char *why = nullptr;
-    if (!geometry_ok(st->geo))
-        why = "its erase or write size makes no sense";
-    else if (flash.is_bad(0) != 0)
-        why = "its first erase block is bad";
-    else if (!st->allocate())
-        why = "out of memory";
     const std::size_t size = st->geo.erase_size;
-    if (why == nullptr && (!read_copy(flash, &st->copy) || !flash.read(0, st->block0, size)))
-        why = std::strerror(errno);
-    if (why != nullptr) {
-        say_line(say, "cannot use %s: %s", name, why);
-        return false;
-    }
+    if (!geometry_ok(st->geo))
+        return st->err.set("odd erase or write size", 0);
+    if (flash.is_bad(0) != 0)
+        return st->err.set("bad first erase block", 0);
+    if (!st->allocate())
+        return st->err.set("memory", ENOMEM);
+    if (!read_copy(flash, &st->copy) || !flash.read(0, st->block0, size))
+        return st->err.set("read", errno);
     st->decision =
         decide(st->block0, size, st->copy.bytes != nullptr ? &st->copy.view : nullptr);
     const CopyView &c = st->decision.copy;
@@ -120,21 +116,14 @@ SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool
 {
     *refusal = make_copy(st, rec, take_copy_block);
     if (*refusal != Refusal::none) {
-        say_line(st.say, "refusing to save to %s: %s; nothing written", st.name,
-                 *refusal == Refusal::no_copy_block
-                     ? "no erase block besides the record's holds a copy"
-                 : *refusal == Refusal::foreign_copy
-                     ? "the copy's erase block holds data devinfo did not write"
-                     : "the bytes behind the record do not fit in a copy");
+        st.err.set(*refusal == Refusal::no_copy_block ? "no erase block for the copy"
+                   : *refusal == Refusal::foreign_copy
+                       ? "foreign data in the copy's block"
+                       : "the tail does not fit in a copy",
+                   0);
         return SaveResult::kept;
     }
-    const char *step = write_block(flash, st, st.copy.at);
-    const bool copied = step == nullptr;
-    if (copied)
-        step = write_record_block(flash, st, rec);
-    if (step == nullptr)
-        return SaveResult::saved;
-    say_line(st.say, "cannot save the record to %s: %s%s: %s", st.name, copied ? "" : "copy ", step,
-             std::strerror(errno));
-    return copied ? SaveResult::unsure : SaveResult::kept;
+    if (!write_block(flash, st, st.copy.at))
+        return SaveResult::kept;
+    return write_record_block(flash, st, rec) ? SaveResult::saved : SaveResult::unsure;
 }

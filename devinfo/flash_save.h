@@ -17,10 +17,10 @@
 #include "devinfo/flash.h"
 #include "devinfo/flash_copy.h"
 #include "devinfo/flash_read.h"
-#include "devinfo/say.h"
+#include "devinfo/store_error.h"
 
 // What a save or recovery read from the partition, the buffers it writes
-// from, and who hears about it. Owns its memory.
+// from, and what went wrong. Owns its memory.
 class FlashState {
 public:
     FlashState() = default;
@@ -28,8 +28,7 @@ public:
     FlashState(const FlashState &) = delete;
     FlashState &operator=(const FlashState &) = delete;
 
-    const char *name = ""; // the store as the user knows it
-    Say say = nullptr;     // where messages go
+    StoreError err; // what failed, after a function below returned failure
     FlashGeometry geo = {0, 0, 0};
     CopyRead copy;                   // the copy block and the copy in it
     std::uint8_t *block0 = nullptr;  // the record block as read
@@ -50,10 +49,10 @@ private:
 };
 
 // Reads the geometry, finds the copy block, reads the copy (read_copy) and
-// the whole record block into `st`, with the recovery decision over them; messages name the store
-// `name` and go to `say`. False after a message when the partition cannot
-// be read or its geometry makes no sense.
-bool load_flash(Flash &flash, const char *name, Say say, FlashState *st);
+// the whole record block into `st`, with the recovery decision over them.
+// False (st->err set) when the partition cannot be read or its geometry
+// makes no sense.
+bool load_flash(Flash &flash, FlashState *st);
 
 // Why a save refused to write: there is no safe way.
 enum class Refusal {
@@ -66,30 +65,29 @@ enum class Refusal {
 // Saves `rec` into the partition loaded in `st`, keeping the record
 // block's tail. saved: both blocks written and read back. kept: refused
 // (*refusal says why; a foreign copy block is taken only with
-// `take_copy_block`) or failed before the record block was touched, after
-// a message. unsure: failed after the record block was erased; the copy
-// holds `rec`.
+// `take_copy_block`) or failed before the record block was touched.
+// unsure: failed after the record block was erased; the copy holds `rec`.
+// st.err says what failed or was refused.
 SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool take_copy_block,
                          Refusal *refusal);
 
 // Erases the block at `offset`, programs st.image into it (up to its last
-// byte that is not 0xFF) and reads it back. The step that failed (errno
-// set), or nullptr.
-const char *write_block(Flash &flash, FlashState &st, std::uint32_t offset);
+// byte that is not 0xFF) and reads it back. False with st.err set (steps
+// "erase", "program", "read-back", "verify"; for the copy's block "copy
+// erase" and so on).
+bool write_block(Flash &flash, FlashState &st, std::uint32_t offset);
 
 // Writes `rec` with the tail of st.current into the record block, as
 // write_block does.
-const char *write_record_block(Flash &flash, FlashState &st, const dev_info &rec);
+bool write_record_block(Flash &flash, FlashState &st, const dev_info &rec);
 
 // --- flash_recover.cpp: what devinfo alone does ---------------------------------
 
 // Writes `rec` into the record block of a partition without a copy block,
-// unprotected against a power cut (said first). saved or unsure.
+// unprotected against a power cut. saved or unsure (st.err set).
 SaveResult save_in_place(Flash &flash, FlashState &st, const dev_info &rec);
 
-// Puts the record block back from the copy when the decision in `st` says
-// so, and says in one line what it did; says nothing when there is
-// nothing to do. Never writes the copy block. Returns true when a whole
-// record is in the record block afterwards (or kept there); *wrote tells
-// whether the record block was written.
-bool recover_flash(Flash &flash, FlashState &st, bool *wrote);
+// Puts the record block back from the copy when the decision in `st` is to
+// restore (st.decision tells what was found). Never writes the copy block.
+// False (st.err set) when the write failed.
+bool recover_flash(Flash &flash, FlashState &st);

@@ -41,7 +41,10 @@ bool CMtdFlash::erase(std::uint32_t offset)
 
 bool CMtdFlash::program(std::uint32_t offset, const std::uint8_t *buf, std::size_t size)
 {
-    return write_at(fd_.get(), buf, size, offset);
+    const ssize_t n = write_at(fd_.get(), buf, size, offset);
+    if (n >= 0 && static_cast<std::size_t>(n) != size)
+        errno = EIO; // the partition took no more
+    return n >= 0 && static_cast<std::size_t>(n) == size;
 }
 
 int CMtdFlash::is_bad(std::uint32_t offset)

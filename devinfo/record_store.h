@@ -14,7 +14,7 @@
 #include "devinfo/flash_read.h"
 #include "devinfo/flash_save.h"
 #include "devinfo/mtd_flash.h"
-#include "devinfo/say.h"
+#include "devinfo/store_error.h"
 
 // What a store holds.
 struct StoreRecord {
@@ -24,71 +24,104 @@ struct StoreRecord {
     CopyChoice copy;  // with from_copy
 };
 
-// A store held for a save: locked exclusively, and for the flash the whole
-// record and copy blocks read through /dev/mtd3.
+// The flash store held for a save: /dev/mtdblock3 locked exclusively and
+// the partition read through /dev/mtd3 (so a torn record block reads as
+// its copy's record).
+struct FlashHold {
+    unique_fd lock;
+    CMtdFlash mtd;
+    FlashState st; // st.err: what failed
+};
+
+// Takes the lock and reads the partition. False with h->st.err set;
+// nothing written.
+bool hold_flash(FlashHold *h);
+
+// Saves `rec` into the held partition (save_to_flash), then drops
+// /dev/mtdblock3's page cache when the partition was written, so no
+// reader of the block device sees what it held before; *cache_kept gets
+// the errno when that failed, else 0.
+SaveResult save_flash(FlashHold &h, const dev_info &rec, bool take_copy_block, Refusal *refusal,
+                      int *cache_kept);
+
+// A record file held for a save: locked exclusively; one that does not
+// exist yet is held too (`missing`).
+struct FileHold {
+    unique_fd lock;
+    bool missing = false;
+    struct stat st; // of the file, unless missing
+    StoreError err; // what failed
+};
+
+// Takes the lock. False with h->err set; nothing written.
+bool hold_file(FileHold *h, const char *path);
+
+// Replaces the held file at `path` by `size` bytes of `data` (save_file).
+SaveResult save_to_file(FileHold &h, const char *path, const void *data, std::size_t size);
+
+// --- record_admin.cpp: what devinfo alone does ----------------------------------
+
+// A store held for one of devinfo's saves: a record file or the flash,
+// with what it holds.
 class CRecordStore {
 public:
-    explicit CRecordStore(Say say) : say_(say) {}
+    CRecordStore() = default;
 
-    // Locks `store`. A record file that does not exist yet is fine
-    // (missing()); the flash needs /dev/mtd3 (its absence is said too) and
-    // is read, so a torn record block reads as its copy's record. False
-    // after a message; nothing written.
+    // Locks `store` (hold_file, hold_flash). False with error() set;
+    // nothing written.
     bool Open(const char *store);
     // Reads what a record file holds (the flash was read by Open). False
-    // after a message.
+    // with error() set.
     bool Read();
 
     // What the store holds (after Open, and Read for a file).
     const StoreRecord &held() const { return held_; }
-    bool missing() const { return missing_; }
+    bool missing() const { return file_.missing; }
     bool is_flash() const { return flash_; }
-    // Why the last flash save wrote nothing.
+    // What failed or was refused last; a flash save that wrote nothing
+    // says why in refusal().
+    const StoreError &error() const { return flash_ ? flash_hold_.st.err : file_.err; }
     Refusal refusal() const { return refusal_; }
+    // The flash was saved, but /dev/mtdblock3 keeps what it read before:
+    // errno, or 0.
+    int cache_kept() const { return cache_kept_; }
     // The flash partition has no good erase block for a copy.
-    bool no_copy_block() const { return flash_ && st_.copy.at == 0; }
+    bool no_copy_block() const { return flash_ && flash_hold_.st.copy.at == 0; }
 
-    // Saves `rec`: on the flash the copy first, then the record block
-    // (flash_save.h; a foreign copy block is written over only with
-    // `take_copy_block`), a record file replaced whole (file_save.h). Then
-    // drops /dev/mtdblock3's page cache when the flash was written.
-    // Failures are said.
+    // Saves `rec`: on the flash the copy first (save_flash), a record file
+    // replaced whole.
     SaveResult Save(const dev_info &rec, bool take_copy_block = false);
     // Replaces a record file by `size` bytes of `data` (a partition image).
     SaveResult SaveFile(const void *data, std::size_t size);
     // The flash without room for a copy: the record written in place,
-    // unprotected against a power cut (record_admin.cpp).
+    // unprotected against a power cut.
     SaveResult SaveInPlace(const dev_info &rec);
 
 private:
-    Say say_;
     const char *store_ = "";
     bool flash_ = false;
-    bool missing_ = false;
     Refusal refusal_ = Refusal::none;
-    unique_fd lock_;
-    struct stat file_ = {};
-    CMtdFlash mtd_;
-    FlashState st_;
+    int cache_kept_ = 0;
+    FileHold file_;
+    FlashHold flash_hold_;
     StoreRecord held_ = {};
 };
 
-// Drops the page cache of /dev/mtdblock3, open on `fd`, so no reader of the
-// block device sees what the partition held before a write; says when it
-// cannot.
-void drop_block_cache(int fd, Say say);
-
-// --- record_admin.cpp: what devinfo alone does ----------------------------------
-
 // Reads `store` under a shared lock, as hw_start takes it: a record file
 // as it is; the flash through the copy choice when /dev/mtd3 exists
-// (flash_read.h), else bytes 0-279 of /dev/mtdblock3. False after a
-// message to `say`.
-bool read_record(const char *store, StoreRecord *out, Say say);
+// (flash_read.h), else bytes 0-279 of /dev/mtdblock3. False with *err set.
+bool read_record(const char *store, StoreRecord *out, StoreError *err);
+
+// What recover_store found and did.
+struct Recovered {
+    Recovery action;        // nothing to do, restored, kept or none_whole
+    bool erased;            // the record block was all 0xFF
+    std::uint32_t sequence; // the copy's, when there is one
+    int cache_kept;         // as CRecordStore::cache_kept
+};
 
 // Puts the flash's record block back from its copy when a cut save left it
-// torn (recover_flash), under the exclusive lock. True when a whole record
-// is in place or there is nothing to recover (a record file, no
-// /dev/mtd3); false after a message when there is no whole record or the
-// repair failed.
-bool recover_store(const char *store, Say say);
+// torn (recover_flash), under the exclusive lock; a record file or a board
+// without /dev/mtd3 has nothing to recover (action nothing). False with
+// *err set when the partition could not be read or the repair failed.
+bool recover_store(const char *store, Recovered *out, StoreError *err);

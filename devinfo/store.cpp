@@ -13,56 +13,11 @@
 
 namespace {
 
-// The library's messages, as debug lines of the operation that hears them.
-void say_read(const char *line)
+// What the library says failed, as a debug line of the operation `func`.
+void notice_error(const char *func, const char *store, const StoreError &e)
 {
-    log_notice("do_read_dev_mtd", "%s\n", line);
-}
-
-void say_write(const char *line)
-{
-    log_notice("do_write_dev_mtd", "%s\n", line);
-}
-
-void say_save_file(const char *line)
-{
-    log_notice("do_save_file", "%s\n", line);
-}
-
-// Reads until `size` bytes came, end of file or an error. Returns the
-// count, or -1 when the first read failed.
-ssize_t read_full(int fd, void *buf, std::size_t size)
-{
-    auto *p = static_cast<unsigned char *>(buf);
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t n = ::read(fd, p + done, size - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return done > 0 ? static_cast<ssize_t>(done) : -1;
-        if (n == 0)
-            break;
-        done += static_cast<std::size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
-}
-
-// Writes until `size` bytes went or an error. Returns the count, or -1
-// when the first write failed.
-ssize_t write_full(int fd, const void *buf, std::size_t size)
-{
-    const auto *p = static_cast<const unsigned char *>(buf);
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t n = ::write(fd, p + done, size - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return done > 0 ? static_cast<ssize_t>(done) : -1;
-        done += static_cast<std::size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
+    log_notice(func, "%s not saved: %s%s%s\n", store, e.step, e.error != 0 ? ": " : "",
+               e.error != 0 ? std::strerror(e.error) : "");
 }
 
 } // namespace
@@ -81,10 +36,11 @@ int do_read_dev_mtd(dev_info *rec)
     CMtdFlash mtd;
     unique_fd lock;
     if (mtd.Open(kFlashMtdDevice, false)) {
-        lock = lock_store(kFlashDevice, Access::read, say_read);
+        StoreError unlocked; // a lock not had in 3 s: read all the same
+        lock = lock_store(kFlashDevice, Access::read, &unlocked);
         CopyChoice how;
         if (read_copy_choice(mtd, rec, &how)) {
-            log_notice(__func__, "the record block is %s; read the copy saved at sequence %u\n",
+            log_notice(__func__, "record block %s: read its copy of sequence %u\n",
                        how.erased ? "erased" : "torn", static_cast<unsigned>(how.sequence));
             return 0;
         }
@@ -97,8 +53,7 @@ int do_read_dev_mtd(dev_info *rec)
     // 280 bytes, not the block layer's read-ahead: on SPI NOR that is 16 KiB
     // more over a slow bus at every start.
     ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_RANDOM);
-    ::lseek(fd.get(), 0, SEEK_SET);
-    const ssize_t n = read_full(fd.get(), rec, sizeof *rec);
+    const ssize_t n = read_at(fd.get(), rec, sizeof *rec, 0);
     fd.reset();
     if (n != static_cast<ssize_t>(sizeof *rec)) {
         log_notice(__func__, "rd_size = %d err\n", static_cast<int>(n));
@@ -112,16 +67,21 @@ int do_write_dev_mtd(const dev_info *rec)
     // A partition with its MTD device is saved as devinfo saves it: the
     // copy first, then the record block, so a power cut leaves one whole.
     if (::access(kFlashMtdDevice, F_OK) == 0) {
-        CRecordStore store(say_write);
-        return store.Open(kFlashDevice) && store.Save(*rec) == SaveResult::saved ? 0 : -1;
+        FlashHold hold;
+        Refusal refusal;
+        int cache_kept;
+        if (hold_flash(&hold) &&
+            save_flash(hold, *rec, false, &refusal, &cache_kept) == SaveResult::saved)
+            return 0;
+        notice_error(__func__, kFlashDevice, hold.st.err);
+        return -1;
     }
     unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
     if (!fd.ok()) {
         log_notice(__func__, "device %s open failed\n", kFlashDevice);
         return -1;
     }
-    ::lseek(fd.get(), 0, SEEK_SET);
-    const ssize_t n = write_full(fd.get(), rec, sizeof *rec);
+    const ssize_t n = write_at(fd.get(), rec, sizeof *rec, 0);
     ::fsync(fd.get());
     fd.reset();
     if (n != static_cast<ssize_t>(sizeof *rec)) {
@@ -139,7 +99,7 @@ int do_read_file(const char *path, dev_info *rec)
         return -1;
     }
     // A short, empty or failed read is not a failure of the file store.
-    read_full(fd.get(), rec, sizeof *rec);
+    read_at(fd.get(), rec, sizeof *rec, 0);
     fd.reset();
     log_notice(__func__, "read device info  file %s success\n", path);
     return 0;
@@ -147,12 +107,15 @@ int do_read_file(const char *path, dev_info *rec)
 
 int do_save_file(const char *path, const dev_info *rec)
 {
-    CRecordStore store(say_save_file);
-    const SaveResult result = store.Open(path) ? store.Save(*rec) : SaveResult::unopened;
-    if (result == SaveResult::unopened)
-        log_notice(__func__, "open file %s failed\n", path);
-    if (result != SaveResult::saved)
+    FileHold hold;
+    const SaveResult result =
+        hold_file(&hold, path) ? save_to_file(hold, path, rec, sizeof *rec) : SaveResult::unopened;
+    if (result != SaveResult::saved) {
+        notice_error(__func__, path, hold.err);
+        if (result == SaveResult::unopened)
+            log_notice(__func__, "open file %s failed\n", path);
         return -1;
+    }
     log_notice(__func__, "write device info to  file %s success\n", path);
     return 0;
 }

@@ -16,8 +16,8 @@ namespace {
 constexpr std::uint32_t kLockWaitMs = 3000;
 constexpr std::uint32_t kLockPollMs = 100;
 
-// Takes the flock, polling until kLockWaitMs passed. False after a message.
-bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited, Say say)
+// Takes the flock, polling until kLockWaitMs passed. False with *err set.
+bool take_lock(int fd, Access access, std::uint32_t *waited, StoreError *err)
 {
     const int op = (access == Access::write ? LOCK_EX : LOCK_SH) | LOCK_NB;
     for (;; *waited += kLockPollMs) {
@@ -25,11 +25,10 @@ bool take_lock(int fd, const char *file, Access access, std::uint32_t *waited, S
             return true;
         if (errno == EINTR)
             continue;
-        if (errno != EWOULDBLOCK || *waited >= kLockWaitMs) {
-            say_line(say, "cannot lock %s: %s", file,
-                 errno == EWOULDBLOCK ? "another process holds it" : std::strerror(errno));
-            return false;
-        }
+        if (errno != EWOULDBLOCK)
+            return err->set("lock", errno);
+        if (*waited >= kLockWaitMs)
+            return err->set("locked by another process", 0);
         msleep(kLockPollMs);
     }
 }
@@ -50,7 +49,7 @@ const char *store_file(const char *store)
     return store_is_flash(store) ? kFlashDevice : store;
 }
 
-unique_fd lock_store(const char *store, Access access, Say say, bool *missing)
+unique_fd lock_store(const char *store, Access access, StoreError *err, bool *missing)
 {
     const char *file = store_file(store);
     // The flash is written through its MTD device: the block device is
@@ -65,22 +64,26 @@ unique_fd lock_store(const char *store, Access access, Say say, bool *missing)
             return fd;
         }
         if (!fd.ok()) {
-            say_line(say, "cannot open %s: %s", file, std::strerror(errno));
+            err->set("open", errno);
             return fd;
         }
-        if (!take_lock(fd.get(), file, access, &waited, say))
+        if (!take_lock(fd.get(), access, &waited, err))
             return unique_fd();
         if (store_is_flash(store) || still_named(fd.get(), file))
             return fd;
     }
 }
 
-ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset)
+// A whole read or write of `size` bytes from `offset`: `move` is read or
+// write, looped over short counts. The count moved, or -1 (errno set).
+template <typename Buf, typename Move>
+ssize_t move_at(int fd, Buf *buf, std::size_t size, off_t offset, Move move)
 {
-    auto *p = static_cast<unsigned char *>(buf);
+    if (::lseek(fd, offset, SEEK_SET) < 0)
+        return -1;
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t n = ::pread(fd, p + done, size - done, offset + static_cast<off_t>(done));
+        const ssize_t n = move(fd, buf + done, size - done);
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0)
@@ -92,38 +95,27 @@ ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset)
     return static_cast<ssize_t>(done);
 }
 
-bool write_at(int fd, const void *buf, std::size_t size, off_t offset)
+ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset)
 {
-    const auto *p = static_cast<const unsigned char *>(buf);
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t n = ::pwrite(fd, p + done, size - done, offset + static_cast<off_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n == 0)
-                errno = EIO;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
+    return move_at(fd, static_cast<unsigned char *>(buf), size, offset, ::read);
 }
 
-bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, Say say)
+ssize_t write_at(int fd, const void *buf, std::size_t size, off_t offset)
+{
+    return move_at(fd, static_cast<const unsigned char *>(buf), size, offset, ::write);
+}
+
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, StoreError *err)
 {
     std::memset(rec, 0, sizeof *rec);
     const ssize_t n = read_at(fd, rec, sizeof *rec);
-    if (n < 0) {
-        say_line(say, "cannot read a record from %s: %s", store_file(store), std::strerror(errno));
-        return false;
-    }
+    if (n < 0)
+        return err->set("read", errno);
     const auto got = static_cast<std::size_t>(n);
     struct stat st;
     const bool file = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
     *size = file ? static_cast<std::size_t>(st.st_size) : got;
-    if (store_is_flash(store) && got < sizeof *rec) {
-        say_line(say, "cannot read a record from %s: it gave %zu bytes", kFlashDevice, got);
-        return false;
-    }
+    if (store_is_flash(store) && got < sizeof *rec)
+        return err->set("it holds less than a record", 0);
     return true;
 }

@@ -7,7 +7,7 @@
 
 #include "base/unique_fd.h"
 #include "devinfo/dev_info.h"
-#include "devinfo/say.h"
+#include "devinfo/store_error.h"
 
 // Read-only under a shared lock (show, get, verify), or read-write under
 // an exclusive one (set, create).
@@ -22,22 +22,22 @@ const char *store_file(const char *store);
 // new one over it, so the lock counts only while the path still names the
 // locked file; otherwise it starts again on the file that replaced it.
 // The flash store is locked on /dev/mtdblock3 opened read-only (it is
-// written through its MTD device). Empty after a message to `say` when the
-// store cannot be opened or locked; with `missing` given, a record file
-// that does not exist gives empty without a message and sets *missing.
-unique_fd lock_store(const char *store, Access access, Say say, bool *missing = nullptr);
+// written through its MTD device). Empty with *err set when the store
+// cannot be opened or locked; with `missing` given, a record file that
+// does not exist gives empty with *missing set instead.
+unique_fd lock_store(const char *store, Access access, StoreError *err, bool *missing = nullptr);
 
-// Reads up to `size` bytes from `offset` of `fd`, until end of file.
-// Returns the count, or -1 (errno set) on an error.
+// Seeks to `offset` of `fd` and reads up to `size` bytes, until end of
+// file. Returns the count, or -1 (errno set) on an error.
 ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset = 0);
 
-// Writes all of `size` bytes at `offset` of `fd`. False with errno set
-// (EIO when the file or device takes no more).
-bool write_at(int fd, const void *buf, std::size_t size, off_t offset);
+// Seeks to `offset` of `fd` and writes `size` bytes, until the file or
+// device takes no more. Returns the count, or -1 (errno set) on an error.
+ssize_t write_at(int fd, const void *buf, std::size_t size, off_t offset = 0);
 
 // Reads the first 280 bytes of the store open on `fd` into `rec`, which is
 // zero-filled first, so bytes a short file lacks read as zero; *size gets
 // how many bytes the store holds (a file's size, 280 for a partition).
-// False after a message to `say` when the read failed or the flash store
-// gave less than a whole record.
-bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, Say say);
+// False with *err set when the read failed or the flash store gave less
+// than a whole record.
+bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, StoreError *err);

@@ -136,9 +136,9 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
          " its 32 bytes\np2p_id: no NUL"},
         {"verify /tmp/name32", 1, "board_name: no NUL within its 32 bytes\n"},
         {"verify /tmp/p2p32", 1, "p2p_id: no NUL within its 32 bytes\n"},
-        {"set --no-apply /tmp/locked board_id=7", 1, "cannot lock /tmp/locked: another process"},
+        {"set --no-apply /tmp/locked board_id=7", 1, "/tmp/locked: locked by another process"},
         {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1,
-         "cannot lock"},
+         "locked by another process"},
         {"set --no-apply /tmp/locked board_id=7 2>&-", 1, ""},
         {"set board_id=7 2>&-", 1, ""},
         {"set --no-apply /tmp/locked board_id=7 <&- >&- 2>&-", 1, ""},
@@ -153,7 +153,7 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         // A broken field that set does not replace is refused too.
         {"set /tmp/upper board_name=X", 1, "name the field to replace it"},
         {"set /tmp/none board_name=X", 1, "cannot open /tmp/none"},
-        {"set board_name=X", 1, "cannot lock /dev/mtdblock3"}, // the default store
+        {"set board_name=X", 1, "/dev/mtdblock3: locked by another process"}, // the default store
         {"set /tmp/rec magic_ok=yes", 2, "FIELD is one of guid board_id"},
         {"set /tmp/rec mac=02:00:00:00:00:09 mac=02:00:00:00:00:08", 2, "mac given twice"},
         {"set --bogus /tmp/rec board_id=1", 2, "unknown option '--bogus'"},
@@ -249,7 +249,7 @@ TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
     EXPECT_EQ(r.out, "X\n02:00:00:00:00:01\n1\n0\nIPC_AX620Q\n");
     EXPECT_EQ(r.err, "devinfo: /tmp/rec unchanged: it holds this record already\n"
                      "devinfo: /dev/mtdblock7 selects the flash store /dev/mtdblock3\n"
-                     "devinfo: cannot save to /dev/mtdblock3: no MTD character device /dev/mtd3: "
+                     "devinfo: /dev/mtdblock3: no MTD character device /dev/mtd3: "
                      "No such file or directory; nothing written\n");
     EXPECT_EQ(board.Read("/tmp/rec"), Patch(Patch(want, 68, "02:00:00:00:cc:dd"), 100, "P2"));
     EXPECT_EQ(board.Read("/tmp/bad_magic"), Patch(kRec, 36, "X"));

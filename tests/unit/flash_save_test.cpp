@@ -138,7 +138,7 @@ SaveResult Save(SimFlash &f, const dev_info &rec, Options options = {false, fals
 {
     FlashState st;
     Refusal refusal = Refusal::none;
-    if (!load_flash(f, "sim", nullptr, &st))
+    if (!load_flash(f, &st))
         return SaveResult::kept;
     if (options.in_place && st.copy.at == 0)
         return save_in_place(f, st, rec);
@@ -148,9 +148,8 @@ SaveResult Save(SimFlash &f, const dev_info &rec, Options options = {false, fals
 void Recover(SimFlash &f)
 {
     FlashState st;
-    bool wrote = false;
-    if (load_flash(f, "sim", nullptr, &st))
-        recover_flash(f, st, &wrote);
+    if (load_flash(f, &st))
+        recover_flash(f, st);
 }
 
 // The flash of `b` holding `rec` and the tail in block 0, nothing else.
@@ -296,7 +295,7 @@ TEST(FlashSave, SequenceWraps)
     ASSERT_EQ(Save(f, Record("B")), SaveResult::saved);
     std::fill(f.mem.begin(), f.mem.begin() + 0x1000, 0xFF); // a cut erase
     FlashState st;
-    ASSERT_TRUE(load_flash(f, "sim", nullptr, &st));
+    ASSERT_TRUE(load_flash(f, &st));
     EXPECT_EQ(st.decision.action, Recovery::restore);
     EXPECT_EQ(st.decision.copy.sequence, 0u);
 }

@@ -8,6 +8,7 @@
 
 #include "ax630c_qm/device.h"
 #include "devinfo/record_check.h"
+#include "devinfo/store_error.h"
 #include "devinfo/store.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/help.h"
@@ -103,9 +104,11 @@ void diag(const char *fmt, ...)
     va_end(ap);
 }
 
-void say_diag(const char *line)
+void report_error(const char *store, const StoreError &error, const char *then)
 {
-    diag("%s", line);
+    diag("%s: %s%s%s%s%s", store, error.step, error.error != 0 ? ": " : "",
+         error.error != 0 ? std::strerror(error.error) : "", then != nullptr ? "; " : "",
+         then != nullptr ? then : "");
 }
 
 void report_problems(const Problems &problems, const char *advice)

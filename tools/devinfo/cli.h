@@ -16,8 +16,11 @@ int devinfo_main(int argc, char *argv[]);
 // "devinfo: ", the printf-formatted message and a line end, on stderr.
 void diag(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
-// The record library's messages (say.h), as diag writes them.
-void say_diag(const char *line);
+// What the record library says failed, as diag writes it:
+// "STORE: STEP", then ": " and the system's error text when there is one,
+// then "; " and `then` when given.
+struct StoreError;
+void report_error(const char *store, const StoreError &error, const char *then = nullptr);
 
 // Says on standard error when `store` only selects the flash store.
 void note_store(const char *store);

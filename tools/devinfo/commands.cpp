@@ -33,8 +33,11 @@ int read_report_store(int argc, char *argv[], int index, const char *help, dev_i
         return rc;
     note_store(store);
     StoreRecord r;
-    if (!read_record(store, &r, say_diag))
+    StoreError error;
+    if (!read_record(store, &r, &error)) {
+        report_error(store_file(store), error);
         return kExitProblem;
+    }
     if (r.from_copy)
         diag("%s: the record block is %s; this is the copy saved at sequence %u, as hw_start "
              "reads it (devinfo recover repairs the record block)",
@@ -147,5 +150,35 @@ int cmd_recover(int argc, char *argv[])
     const char *store = first < argc ? argv[first] : kFlashDevice;
     if (!store_path_ok(store, kRecoverHelp, &rc))
         return rc;
-    return recover_store(store, say_diag) ? kExitOk : kExitProblem;
+    Recovered r;
+    StoreError error;
+    const bool done = recover_store(store, &r, &error);
+    const char *name = kFlashDevice;
+    switch (r.action) {
+    case Recovery::restore:
+        if (done)
+            diag("%s: record was %s; restored the copy saved at sequence %u", name,
+                 r.erased ? "erased" : "torn", r.sequence);
+        else
+            diag("%s: cannot restore the record from the copy saved at sequence %u:", name,
+                 r.sequence);
+        break;
+    case Recovery::keep:
+        diag("%s: the record differs from the copy saved at sequence %u; kept the record (the "
+             "next save rewrites the copy)",
+             name, r.sequence);
+        break;
+    case Recovery::none_whole:
+        diag("%s: no whole record: the record has no magic and there is no valid copy; left as "
+             "it is",
+             name);
+        return kExitProblem;
+    case Recovery::nothing:
+        break;
+    }
+    if (!done)
+        report_error(name, error);
+    if (r.cache_kept != 0)
+        diag("%s: cannot drop its page cache: %s", name, std::strerror(r.cache_kept));
+    return done ? kExitOk : kExitProblem;
 }

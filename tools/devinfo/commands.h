@@ -18,8 +18,9 @@ struct FlashOptions {
     bool take_copy_block; // write the copy over data devinfo did not write
 };
 
-// Saves `rec` into the store `held` holds: in place when the flash has no
-// room for a copy and `options` allow it; after a refusal, says which
-// option would go on; on the flash, after a save that failed half-way,
-// says where the new record is.
-SaveResult save_held(CRecordStore &held, const dev_info &rec, const FlashOptions &options);
+// Saves `rec` into `store`, which `held` holds: in place when the flash has
+// no room for a copy and `options` allow it. Says what failed; after a
+// refusal, which option would go on; on the flash, after a save that failed
+// half-way, where the new record is.
+SaveResult save_held(CRecordStore &held, const char *store, const dev_info &rec,
+                     const FlashOptions &options);

@@ -45,8 +45,11 @@ int record_from_fields(const char *file, const char *const (&values)[kFieldOptio
 int record_from_file(const char *file, const char *from, dev_info *rec)
 {
     StoreRecord r;
-    if (!read_record(from, &r, say_diag))
+    StoreError error;
+    if (!read_record(from, &r, &error)) {
+        report_error(store_file(from), error);
         return kExitProblem;
+    }
     *rec = r.rec;
     Problems problems;
     check_record(r.rec, r.size, true, &problems);
@@ -63,11 +66,16 @@ int record_from_file(const char *file, const char *from, dev_info *rec)
 int write_to(const char *file, const dev_info &rec, const void *image, std::size_t size,
              const FlashOptions &options)
 {
-    CRecordStore held(say_diag);
-    if (!held.Open(file))
+    CRecordStore held;
+    if (!held.Open(file)) {
+        report_error(store_file(file), held.error(), "nothing written");
         return kExitProblem;
-    const SaveResult result =
-        image != nullptr ? held.SaveFile(image, size) : save_held(held, rec, options);
+    }
+    SaveResult result = SaveResult::kept;
+    if (image == nullptr)
+        result = save_held(held, file, rec, options);
+    else if ((result = held.SaveFile(image, size)) != SaveResult::saved)
+        report_error(file, held.error());
     if (result != SaveResult::saved && store_is_flash(file))
         diag("%s still holds what it held", kFlashDevice);
     return result == SaveResult::saved ? kExitOk : kExitProblem;

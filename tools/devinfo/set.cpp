@@ -134,12 +134,14 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
          const char *backup, const FlashOptions &options)
 {
     struct stat st;
+    StoreError error;
     if (backup != nullptr && save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, &old,
-                                       sizeof old, say_diag) != SaveResult::saved) {
+                                       sizeof old, &error) != SaveResult::saved) {
+        report_error(backup, error);
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
     }
-    const SaveResult result = save_held(held, rec, options);
+    const SaveResult result = save_held(held, store, rec, options);
     if (result == SaveResult::kept || result == SaveResult::unopened)
         diag("%s still holds the record it held; eth0 and /config/mac are left as they were",
              store);
@@ -150,16 +152,31 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
 
 } // namespace
 
-SaveResult save_held(CRecordStore &held, const dev_info &rec, const FlashOptions &options)
+SaveResult save_held(CRecordStore &held, const char *store, const dev_info &rec,
+                     const FlashOptions &options)
 {
     if (options.in_place && held.no_copy_block())
-        return held.SaveInPlace(rec);
-    const SaveResult result = held.Save(rec, options.take_copy_block);
+        diag("%s: no erase block for a copy: writing the record in place; this save is NOT "
+             "protected against a power cut",
+             kFlashDevice);
+    const SaveResult result = options.in_place && held.no_copy_block()
+                                  ? held.SaveInPlace(rec)
+                                  : held.Save(rec, options.take_copy_block);
+    if (result != SaveResult::saved)
+        report_error(store_file(store), held.error());
+    if (held.cache_kept() != 0)
+        diag("%s: cannot drop its page cache: %s (readers of it may see the old bytes until "
+             "the next start)",
+             kFlashDevice, std::strerror(held.cache_kept()));
     if (held.refusal() == Refusal::no_copy_block)
         std::fputs("  (--in-place writes the record in place, unprotected against a power cut)\n",
                    stderr);
     if (held.refusal() == Refusal::foreign_copy)
         std::fputs("  (--take-copy-block writes the copy over it)\n", stderr);
+    if (held.refusal() == Refusal::tail_too_large)
+        std::fputs("  (the bytes behind the record in its erase block must fit in the copy's "
+                   "block beside two records)\n",
+                   stderr);
     if (result == SaveResult::unsure && held.is_flash() && !held.no_copy_block())
         diag("%s: the copy holds the new record; the next devinfo recover puts it in place",
              kFlashDevice);
@@ -201,9 +218,11 @@ int cmd_set(int argc, char *argv[])
         return kExitProblem;
 
     note_store(store);
-    CRecordStore held(say_diag);
-    if (!held.Open(store) || !held.Read())
+    CRecordStore held;
+    if (!held.Open(store) || !held.Read()) {
+        report_error(store_file(store), held.error(), "nothing written");
         return kExitProblem;
+    }
     if (held.missing()) {
         diag("cannot open %s: %s", store, std::strerror(ENOENT));
         return kExitProblem;

@@ -1,0 +1,8 @@
+#include "devinfo/store_error.h"
+
+bool StoreError::set(const char *what, int error_)
+{
+    step = what;
+    error = error_;
+    return false;
+}
