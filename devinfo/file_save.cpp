@@ -35,8 +35,12 @@ bool check_back(int fd, const void *data, std::size_t size)
             return false;
         }
         done += got;
-        if (got < ask)
-            return done == size || (errno = EIO, false);
+        if (got < ask) {
+            if (done == size)
+                return true;
+            errno = EIO; // the file ends early
+            return false;
+        }
     }
 }
 

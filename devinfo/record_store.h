@@ -49,7 +49,7 @@ SaveResult save_flash(FlashHold &h, const dev_info &rec, bool take_copy_block, R
 struct FileHold {
     unique_fd lock;
     bool missing = false;
-    struct stat st; // of the file, unless missing
+    struct stat st = {}; // of the file, unless missing
     StoreError err; // what failed
 };
 
