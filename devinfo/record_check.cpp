@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "base/text.h"
 
@@ -12,13 +13,13 @@ constexpr std::size_t kMacOctets = 6;
 
 // The three text fields of a record.
 struct TextField {
-    const char *name;
+    Field field;
     char (dev_info::*member)[kTextFieldSize];
 };
 constexpr TextField kTextFields[] = {
-    {"board_name", &dev_info::board_name},
-    {"mac", &dev_info::mac},
-    {"p2p_id", &dev_info::p2p_id},
+    {Field::board_name, &dev_info::board_name},
+    {Field::mac, &dev_info::mac},
+    {Field::p2p_id, &dev_info::p2p_id},
 };
 
 bool is_upper_hex(char c)
@@ -42,6 +43,26 @@ void add_problem(Problems *out, const char *label, const char *fmt, ...)
 }
 
 } // namespace
+
+bool find_field(const char *name, std::size_t len, Field *out)
+{
+    for (const FieldName &f : kFieldNames) {
+        if (std::strlen(f.name) == len && std::memcmp(f.name, name, len) == 0) {
+            *out = f.field;
+            return true;
+        }
+    }
+    return false;
+}
+
+const char *field_name(Field field)
+{
+    for (const FieldName &f : kFieldNames) {
+        if (f.field == field)
+            return f.name;
+    }
+    return "?";
+}
 
 MacCheck check_mac(const char *text, std::size_t len)
 {
@@ -114,7 +135,7 @@ void check_record(const dev_info &rec, std::size_t stored_size, bool with_magic,
                     static_cast<unsigned long long>(kDevInfoMagic));
     for (const TextField &t : kTextFields) {
         if (stored_length(rec.*t.member) == kTextFieldSize)
-            add_problem(out, t.name, "no NUL within its %zu bytes", kTextFieldSize);
+            add_problem(out, field_name(t.field), "no NUL within its %zu bytes", kTextFieldSize);
     }
     const std::size_t mac_len = stored_length(rec.mac);
     if (mac_len < kTextFieldSize) {

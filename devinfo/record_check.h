@@ -1,10 +1,31 @@
-// What a whole, usable record is: the problems devinfo's verify reports
-// and set and create refuse. Pure functions over caller-owned bytes.
+// The record's fields by name, and what a whole, usable record is: the
+// problems devinfo's verify reports and set and create refuse. Pure
+// functions over caller-owned bytes.
 #pragma once
 
 #include <cstddef>
 
 #include "devinfo/dev_info.h"
+
+// The record's fields by name. magic_ok is derived (the magic itself is
+// not a value anyone sets); the others are stored fields.
+enum class Field { magic_ok, guid, board_id, board_name, mac, p2p_id };
+
+struct FieldName {
+    Field field;
+    const char *name;
+};
+
+// In the order `show` prints them.
+constexpr FieldName kFieldNames[] = {
+    {Field::magic_ok, "magic_ok"},     {Field::guid, "guid"}, {Field::board_id, "board_id"},
+    {Field::board_name, "board_name"}, {Field::mac, "mac"},   {Field::p2p_id, "p2p_id"},
+};
+static_assert(sizeof kFieldNames / sizeof kFieldNames[0] == 6, "one name per field");
+
+// Looks `len` bytes of `name` up among kFieldNames. False when unknown.
+bool find_field(const char *name, std::size_t len, Field *out);
+const char *field_name(Field field);
 
 enum class MacCheck { ok, empty, format, upper_case, all_zero, broadcast, multicast };
 

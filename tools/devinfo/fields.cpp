@@ -32,26 +32,6 @@ bool set_text(char (&field)[kTextFieldSize], Field which, const char *value,
 
 } // namespace
 
-bool find_field(const char *name, std::size_t len, Field *out)
-{
-    for (const FieldName &f : kFieldNames) {
-        if (std::strlen(f.name) == len && std::memcmp(f.name, name, len) == 0) {
-            *out = f.field;
-            return true;
-        }
-    }
-    return false;
-}
-
-const char *field_name(Field field)
-{
-    for (const FieldName &f : kFieldNames) {
-        if (f.field == field)
-            return f.name;
-    }
-    return "?";
-}
-
 bool parse_board_id(const char *text, std::uint32_t *out)
 {
     std::uint64_t value = 0;

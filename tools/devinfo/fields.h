@@ -9,26 +9,6 @@
 #include "devinfo/dev_info.h"
 #include "devinfo/record_check.h"
 
-// The record's fields as devinfo names them. magic_ok is derived (the magic
-// itself is not a value anyone sets); the others are stored fields.
-enum class Field { magic_ok, guid, board_id, board_name, mac, p2p_id };
-
-struct FieldName {
-    Field field;
-    const char *name;
-};
-
-// In the order `show` prints them.
-constexpr FieldName kFieldNames[] = {
-    {Field::magic_ok, "magic_ok"},     {Field::guid, "guid"}, {Field::board_id, "board_id"},
-    {Field::board_name, "board_name"}, {Field::mac, "mac"},   {Field::p2p_id, "p2p_id"},
-};
-static_assert(sizeof kFieldNames / sizeof kFieldNames[0] == 6, "one name per field");
-
-// Looks `len` bytes of `name` up among kFieldNames. False when unknown.
-bool find_field(const char *name, std::size_t len, Field *out);
-const char *field_name(Field field);
-
 // --- numbers --------------------------------------------------------------------
 
 // "0x" followed by 1-8 hexadecimal digits, or 1-10 decimal digits, with a
