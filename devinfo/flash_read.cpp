@@ -51,7 +51,8 @@ bool read_copy(Flash &flash, CopyRead *out)
     return read;
 }
 
-bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how)
+bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how, const std::uint8_t *have,
+                      std::size_t have_size)
 {
     const FlashGeometry g = flash.geometry();
     CopyRead copy;
@@ -60,9 +61,11 @@ bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how)
         return false;
     const CopyView &c = copy.view;
     const std::size_t prefix = kDevInfoSize + c.tail_size;
-    auto *block = static_cast<std::uint8_t *>(std::malloc(prefix));
+    // The record and its tail: what the caller read of them, or read here.
+    std::uint8_t *own = have_size >= prefix ? nullptr : static_cast<std::uint8_t *>(std::malloc(prefix));
+    const std::uint8_t *block = own != nullptr ? own : have;
     BlockView view = {block, prefix, true};
-    bool restore = block != nullptr && flash.read(0, block, prefix);
+    bool restore = block != nullptr && (own == nullptr || flash.read(0, own, prefix));
     // The rest of the block decides only for a block on its way or one
     // without the magic; a whole record does not need it read.
     if (restore && (choose_recovery(view, c) == Recovery::restore || !has_record_magic(block))) {
@@ -72,10 +75,10 @@ bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how)
     }
     restore = restore && choose_recovery(view, c) == Recovery::restore;
     if (restore) {
-        std::memcpy(rec, c.new_record, sizeof *rec);
         how->sequence = c.sequence;
         how->erased = view.rest_erased && trimmed_size(block, prefix) == 0;
+        std::memcpy(rec, c.new_record, sizeof *rec);
     }
-    std::free(block);
+    std::free(own);
     return restore;
 }

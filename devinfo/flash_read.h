@@ -7,6 +7,7 @@
 // recovery's.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -45,5 +46,8 @@ struct CopyChoice {
 // copy is whole - the blocks recovery would restore. False, *rec untouched,
 // in every other case: no usable geometry, a bad first block, no good
 // block for a copy, no valid copy, a read that failed, or a record block
-// to be taken as it is.
-bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how);
+// to be taken as it is. The first `have_size` bytes of the record block,
+// when the caller read them already (`have`; may point into *rec), save
+// reading them again.
+bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how,
+                      const std::uint8_t *have = nullptr, std::size_t have_size = 0);

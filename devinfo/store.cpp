@@ -31,35 +31,34 @@ int do_read_dev_mtd(dev_info *rec)
 {
     log_notice_line(__func__, "enter!");
     // A partition with its MTD device may hold the record's copy: a save
-    // in progress is waited for (its lock), and a record block it left
-    // torn reads as the copy's record. Without one, the plain read below.
+    // in progress is waited for (its lock, held on the descriptor read
+    // here), and a record block it left torn reads as the copy's record.
     CMtdFlash mtd;
-    unique_fd lock;
-    if (mtd.Open(kFlashMtdDevice, false)) {
-        StoreError unlocked; // a lock not had in 3 s: read all the same
-        lock = lock_store(kFlashDevice, Access::read, &unlocked);
-        CopyChoice how;
-        if (read_copy_choice(mtd, rec, &how)) {
-            log_notice(__func__, "record block %s: read its copy of sequence %u\n",
-                       how.erased ? "erased" : "torn", static_cast<unsigned>(how.sequence));
-            return 0;
-        }
-    }
-    unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
+    const bool copy = mtd.Open(kFlashMtdDevice, false);
+    StoreError unlocked; // a lock not had in 3 s: read all the same
+    unique_fd fd = copy ? lock_store(kFlashDevice, Access::read, &unlocked) : unique_fd();
+    if (!fd.ok())
+        fd.reset(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
+    ssize_t n = -1;
     if (!fd.ok()) {
         log_notice(__func__, "device %s open failed\n", kFlashDevice);
-        return -1;
+    } else {
+        // 280 bytes, not the block layer's read-ahead: on SPI NOR that is
+        // 16 KiB more over a slow bus at every start.
+        ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_RANDOM);
+        n = read_at(fd.get(), rec, sizeof *rec, 0);
+        if (n != static_cast<ssize_t>(sizeof *rec))
+            log_notice(__func__, "rd_size = %d err\n", static_cast<int>(n));
     }
-    // 280 bytes, not the block layer's read-ahead: on SPI NOR that is 16 KiB
-    // more over a slow bus at every start.
-    ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_RANDOM);
-    const ssize_t n = read_at(fd.get(), rec, sizeof *rec, 0);
-    fd.reset();
-    if (n != static_cast<ssize_t>(sizeof *rec)) {
-        log_notice(__func__, "rd_size = %d err\n", static_cast<int>(n));
-        return -1;
+    // The choice takes the bytes just read rather than reading them again.
+    CopyChoice how;
+    if (copy && read_copy_choice(mtd, rec, &how, reinterpret_cast<const std::uint8_t *>(rec),
+                                 n > 0 ? static_cast<std::size_t>(n) : 0)) {
+        log_notice(__func__, "record block %s: read its copy of sequence %u\n",
+                   how.erased ? "erased" : "torn", static_cast<unsigned>(how.sequence));
+        return 0;
     }
-    return 0;
+    return n == static_cast<ssize_t>(sizeof *rec) ? 0 : -1;
 }
 
 int do_write_dev_mtd(const dev_info *rec)

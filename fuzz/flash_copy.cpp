@@ -87,7 +87,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Partition flash(record.get(), copy.get(), n);
     dev_info rec;
     CopyChoice how;
-    const bool from_copy = read_copy_choice(flash, &rec, &how);
+    // Half the runs hand over the record's bytes, as hw_start does.
+    std::memcpy(&rec, record.get(), n < sizeof rec ? n : sizeof rec);
+    const std::size_t have = (data[0] & 2) != 0 && n >= sizeof rec ? sizeof rec : 0;
+    const bool from_copy =
+        read_copy_choice(flash, &rec, &how, reinterpret_cast<const std::uint8_t *>(&rec), have);
     if (from_copy != (d.action == Recovery::restore))
         std::abort(); // a start reads what recovery would put in place
     if (!d.copy_valid) {

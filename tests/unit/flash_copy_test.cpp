@@ -98,12 +98,14 @@ private:
 };
 
 // What a start reads from the two blocks: the copy's new record, or ""
-// when it takes the record block as it is.
+// when it takes the record block as it is. Like hw_start, it hands over
+// the record's bytes it has read already.
 std::string StartReads(Blocks &f)
 {
     dev_info rec;
+    std::memcpy(&rec, f.mem.data(), sizeof rec);
     CopyChoice how = {};
-    if (!read_copy_choice(f, &rec, &how))
+    if (!read_copy_choice(f, &rec, &how, reinterpret_cast<const std::uint8_t *>(&rec), sizeof rec))
         return "";
     const auto *p = reinterpret_cast<const char *>(&rec);
     return std::string(p, sizeof rec);
