@@ -121,8 +121,9 @@ TEST_F(SaveTest, RestoresGatewayAndMacFile)
 // Both stores give the saved record back whole: a longer record file is
 // replaced by one of 280 bytes; on a partition without its MTD device
 // (strace -P: the calls on it alone) the save is one write of the record
-// and an fsync, the bytes behind it stay, and the read only reads. No
-// /config: the MAC file cannot be written, the saves stand all the same.
+// and an fsync, the bytes behind it stay, and the read only reads; one
+// shorter than a record reads as a failure. No /config: the MAC file
+// cannot be written, the saves stand all the same.
 TEST_F(SaveTest, SavedRecordIsSyncedAndReadsBackWhole)
 {
     Str rec = MakeRecord(0x1234abcd, "SAVED_NAME", kSandboxMac, "P2P-SAVED");
@@ -139,12 +140,15 @@ TEST_F(SaveTest, SavedRecordIsSyncedAndReadsBackWhole)
         "  e='-qq -e signal=none -e trace=read,write,pwrite64,writev,fsync,fdatasync,ftruncate'\n"
         "  strace $e -P $s -o $t $HW_RUNNER /sbin/record_io save $s /tmp/new.rec\n"
         "  strace $e -P $s -o $t.r $HW_RUNNER /sbin/record_io read $s $t.bin\n"
-        "done >/tmp/out 2>/dev/null\n");
+        "done >/tmp/out 2>/dev/null\n"
+        "cp /dev/mtdblock3 /tmp/mtd.saved; head -c 50 /tmp/new.rec >/dev/mtdblock3\n"
+        "$HW_RUNNER /sbin/record_io read /dev/mtdblock3 /tmp/short.bin >>/tmp/out; true\n");
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(board.Read("/tmp/out"), "record_io save: 0\nrecord_io read: 0\n"
-                                      "record_io save: 0\nrecord_io read: 0\n");
+                                      "record_io save: 0\nrecord_io read: 0\n"
+                                      "record_io read: -1\n");
     EXPECT_TRUE(board.Read("/data/rec.bin") == rec) << "one whole record, the old bytes gone";
-    EXPECT_TRUE(board.Read("/dev/mtdblock3") == rec + tail) << "the bytes behind it stay";
+    EXPECT_TRUE(board.Read("/tmp/mtd.saved") == rec + tail) << "the bytes behind it stay";
     for (const Str trace : {"/tmp/trace.rec.bin", "/tmp/trace.mtdblock3"})
         EXPECT_TRUE(board.Read(trace + ".bin") == rec) << "the read gives the saved 280 bytes";
     const std::regex call(R"(^(\w+)\(.*\) += (-?\d+)$)");
