@@ -31,14 +31,13 @@ int do_read_dev_mtd(dev_info *rec)
 {
     log_notice_line(__func__, "enter!");
     // A partition with its MTD device may hold the record's copy: a save
-    // in progress is waited for (its lock, held on the descriptor read
-    // here), and a record block it left torn reads as the copy's record.
+    // in progress is waited for (its lock), and a record block it left
+    // torn reads as the copy's record.
     CMtdFlash mtd;
     const bool copy = mtd.Open(kFlashMtdDevice, false);
     StoreError unlocked; // a lock not had in 3 s: read all the same
-    unique_fd fd = copy ? lock_store(kFlashDevice, Access::read, &unlocked) : unique_fd();
-    if (!fd.ok())
-        fd.reset(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
+    const unique_fd lock = copy ? lock_store(kFlashDevice, Access::read, &unlocked) : unique_fd();
+    unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
     ssize_t n = -1;
     if (!fd.ok()) {
         log_notice(__func__, "device %s open failed\n", kFlashDevice);
@@ -47,6 +46,7 @@ int do_read_dev_mtd(dev_info *rec)
         // 16 KiB more over a slow bus at every start.
         ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_RANDOM);
         n = read_at(fd.get(), rec, sizeof *rec, 0);
+        fd.reset();
         if (n != static_cast<ssize_t>(sizeof *rec))
             log_notice(__func__, "rd_size = %d err\n", static_cast<int>(n));
     }
