@@ -62,7 +62,7 @@ bool read_copy_choice(Flash &flash, dev_info *rec, CopyChoice *how, const std::u
     const CopyView &c = copy.view;
     const std::size_t prefix = kDevInfoSize + c.tail_size;
     // The record and its tail: what the caller read of them, or read here.
-    std::uint8_t *own = have_size >= prefix ? nullptr : static_cast<std::uint8_t *>(std::malloc(prefix));
+    auto *own = static_cast<std::uint8_t *>(have_size >= prefix ? nullptr : std::malloc(prefix));
     const std::uint8_t *block = own != nullptr ? own : have;
     BlockView view = {block, prefix, true};
     bool restore = block != nullptr && (own == nullptr || flash.read(0, own, prefix));

@@ -4,6 +4,7 @@
 // read-modify-write of a whole erase block.
 #pragma once
 
+#include <cerrno>
 #include <mtd/mtd-user.h>
 
 #include "base/unique_fd.h"
@@ -20,6 +21,8 @@ public:
     // read) and asks its geometry. False with errno set (ENOENT when there
     // is no such device).
     bool Open(const char *path, bool writable = true);
+    // The errno of an Open that found no such device on this board.
+    static bool NoDevice(int error) { return error == ENOENT || error == ENODEV || error == ENXIO; }
     bool ok() const { return fd_.ok(); }
 
     FlashGeometry geometry() const override;

@@ -3,8 +3,6 @@
 // start. Apart from record_store.cpp so that hw_start links none of them.
 #include <cerrno>
 #include <cstring>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 
 #include "devinfo/record_store.h"
 #include "devinfo/store.h"
@@ -63,8 +61,7 @@ SaveResult CRecordStore::SaveFile(const void *data, std::size_t size)
 SaveResult CRecordStore::SaveInPlace(const dev_info &rec)
 {
     const SaveResult result = save_in_place(flash_hold_.mtd, flash_hold_.st, rec);
-    if (::ioctl(flash_hold_.lock.get(), BLKFLSBUF, 0) != 0)
-        cache_kept_ = errno;
+    cache_kept_ = drop_block_cache(flash_hold_.lock.get());
     return result;
 }
 
@@ -77,8 +74,7 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
         return true;
     CMtdFlash mtd;
     if (!mtd.Open(kFlashMtdDevice))
-        return (errno == ENOENT || errno == ENODEV || errno == ENXIO) ||
-               err->set("open /dev/mtd3", errno);
+        return CMtdFlash::NoDevice(errno) || err->set("open /dev/mtd3", errno);
     bool missing = false;
     const unique_fd lock = lock_store(store, Access::write, err, &missing);
     FlashState st;
@@ -96,6 +92,6 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
         return false;
     }
     if (out->action == Recovery::restore && lock.ok())
-        out->cache_kept = ::ioctl(lock.get(), BLKFLSBUF, 0) == 0 ? 0 : errno;
+        out->cache_kept = drop_block_cache(lock.get());
     return true;
 }

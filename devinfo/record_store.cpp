@@ -1,8 +1,6 @@
 #include "devinfo/record_store.h"
 
 #include <cerrno>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 
 #include "devinfo/store.h"
 #include "devinfo/store_io.h"
@@ -13,9 +11,8 @@ bool hold_flash(FlashHold *h)
     if (!h->lock.ok())
         return false;
     if (!h->mtd.Open(kFlashMtdDevice))
-        return h->st.err.set(errno == ENOENT || errno == ENODEV || errno == ENXIO
-                                 ? "no MTD character device /dev/mtd3"
-                                 : "open /dev/mtd3",
+        return h->st.err.set(CMtdFlash::NoDevice(errno) ? "no MTD character device /dev/mtd3"
+                                                        : "open /dev/mtd3",
                              errno);
     return load_flash(h->mtd, &h->st);
 }
@@ -24,9 +21,7 @@ SaveResult save_flash(FlashHold &h, const dev_info &rec, bool take_copy_block, R
                       int *cache_kept)
 {
     const SaveResult result = save_to_flash(h.mtd, h.st, rec, take_copy_block, refusal);
-    *cache_kept = 0;
-    if (result != SaveResult::kept && ::ioctl(h.lock.get(), BLKFLSBUF, 0) != 0)
-        *cache_kept = errno;
+    *cache_kept = result != SaveResult::kept ? drop_block_cache(h.lock.get()) : 0;
     return result;
 }
 

@@ -9,7 +9,7 @@ struct StoreError {
     const char *step = nullptr;
     int error = 0; // errno of the failed call; 0 for a refusal
 
-    // Records `step` with the current errno (or `error_`); returns false,
-    // so a failing path can end with `return err->set(...)`.
+    // Records `step` and `error_` (an errno, or 0); returns false, so a
+    // failing path can end with `return err->set(...)`.
     bool set(const char *what, int error_);
 };

@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +105,11 @@ ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset)
 ssize_t write_at(int fd, const void *buf, std::size_t size, off_t offset)
 {
     return move_at(fd, static_cast<const unsigned char *>(buf), size, offset, ::write);
+}
+
+int drop_block_cache(int fd)
+{
+    return ::ioctl(fd, BLKFLSBUF, 0) == 0 ? 0 : errno;
 }
 
 bool read_store(int fd, const char *store, dev_info *rec, std::size_t *size, StoreError *err)

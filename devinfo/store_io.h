@@ -18,9 +18,10 @@ enum class Access { read, write };
 const char *store_file(const char *store);
 
 // Opens the store's file and takes a flock on it, waiting up to 3 s for
-// another process to let go (devinfo, or a board's save). A save replaces a record file by renaming a
-// new one over it, so the lock counts only while the path still names the
-// locked file; otherwise it starts again on the file that replaced it.
+// another process to let go (devinfo, or a board's save). A save replaces
+// a record file by renaming a new one over it, so the lock counts only
+// while the path still names the locked file; otherwise it starts again on
+// the file that replaced it.
 // The flash store is locked on /dev/mtdblock3 opened read-only (it is
 // written through its MTD device). Empty with *err set when the store
 // cannot be opened or locked; with `missing` given, a record file that
@@ -34,6 +35,11 @@ ssize_t read_at(int fd, void *buf, std::size_t size, off_t offset = 0);
 // Seeks to `offset` of `fd` and writes `size` bytes, until the file or
 // device takes no more. Returns the count, or -1 (errno set) on an error.
 ssize_t write_at(int fd, const void *buf, std::size_t size, off_t offset = 0);
+
+// Drops the page cache of the block device open on `fd`, so that its
+// readers see what was written beside it (through the MTD device).
+// 0, or the errno of the failure.
+int drop_block_cache(int fd);
 
 // Reads the first 280 bytes of the store open on `fd` into `rec`, which is
 // zero-filled first, so bytes a short file lacks read as zero; *size gets

@@ -41,7 +41,8 @@ int read_report_store(int argc, char *argv[], int index, const char *help, dev_i
     if (r.from_copy)
         diag("%s: the record block is %s; this is the copy saved at sequence %u, as hw_start "
              "reads it (devinfo recover repairs the record block)",
-             kFlashDevice, r.copy.erased ? "erased" : "torn", static_cast<unsigned>(r.copy.sequence));
+             kFlashDevice, r.copy.erased ? "erased" : "torn",
+             static_cast<unsigned>(r.copy.sequence));
     *rec = r.rec;
     *size = r.size;
     return -1;
