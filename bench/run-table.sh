@@ -10,11 +10,12 @@ idle() { awk -v n="$1" '$1 == n { print $2 }' "$root/tmp/bench.idle"; }
 ms() { awk -v us="$1" 'BEGIN { printf "%.2f ms", us / 1000 }'; }
 verdict() { if awk "BEGIN { exit !($1) }"; then echo ok; else echo missed; fi; }
 # judge WHERE WHAT KEY VALUE TARGET CONDITION: one judged line, kept for
-# the end; the verdict also goes to $v for the table's row.
+# the end, whose NAME is the one word WHERE/WHAT; the verdict also goes to
+# $v for the table's row.
 judged=()
 judge() {
     v=$(verdict "$6")
-    judged+=("judged: $1 $2 $3=$4 target=$5 $v")
+    judged+=("judged: $1/$2 $3=$4 target=$5 $v")
 }
 
 hw_us=$(lat hw_start 3)
