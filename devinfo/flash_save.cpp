@@ -123,6 +123,17 @@ SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool
                    0);
         return SaveResult::kept;
     }
+    // A record block that an earlier cut left torn has its only whole
+    // record in the copy, which this save is about to erase: put the record
+    // block back from the copy first.
+    if (st.decision.action == Recovery::restore) {
+        std::uint8_t *copy = st.image;
+        st.image = st.current;
+        const bool restored = write_block(flash, st, 0);
+        st.image = copy;
+        if (!restored)
+            return SaveResult::kept;
+    }
     if (!write_block(flash, st, st.copy.at))
         return SaveResult::kept;
     return write_record_block(flash, st, rec) ? SaveResult::saved : SaveResult::unsure;

@@ -5,8 +5,10 @@
 // A save reads the record block (erase block 0) and the copy block (the
 // first good erase block after it), then writes the copy - erase, program,
 // read back - and only when it is whole erases and programs the record
-// block (record, then the tail it held) and reads that back. Recovery
-// writes only the record block, and only from a whole copy.
+// block (record, then the tail it held) and reads that back. A record block
+// that an earlier cut left torn is first put back from the copy, since the
+// copy is about to be erased. Recovery writes only the record block, and
+// only from a whole copy.
 #pragma once
 
 #include <cstddef>
@@ -65,7 +67,8 @@ enum class Refusal {
 // Saves `rec` into the partition loaded in `st`, keeping the record
 // block's tail. saved: both blocks written and read back. kept: refused
 // (*refusal says why; a foreign copy block is taken only with
-// `take_copy_block`) or failed before the record block was touched.
+// `take_copy_block`) or failed before the record block was touched (or while
+// it was being put back from the copy).
 // unsure: failed after the record block was erased; the copy holds `rec`.
 // st.err says what failed or was refused.
 SaveResult save_to_flash(Flash &flash, FlashState &st, const dev_info &rec, bool take_copy_block,

@@ -235,6 +235,21 @@ TEST(FlashSave, NoRecordLostAtAnyCut)
         }
         std::printf("[ %s ] %ld cut points\n", board.name, k);
         EXPECT_GT(k, board.nand ? 6 : 900) << board.name;
+        // A save onto a record block an earlier cut left erased, with no
+        // recovery between: the copy holds the only whole record until the
+        // save has put it back.
+        std::fill(base.mem.begin(), base.mem.begin() + board.geo.erase_size, 0xFF);
+        const dev_info c = Record("C");
+        for (long step = 0;; ++step) {
+            SimFlash f = base;
+            f.PowerOn(step);
+            Save(f, c);
+            const Bytes read = StartReads(f);
+            ASSERT_TRUE(read == RecordOf(b) || read == RecordOf(c))
+                << board.name << ": save onto an erased record block cut at step " << step;
+            if (!f.cut)
+                break;
+        }
     }
 }
 
