@@ -140,6 +140,8 @@ TEST(BoardImage, BootsOnEmulatedBoards)
 
 // Power cuts on the NOR board (scripts/powercut --quick), one row per save
 // and start: every start after a cut publishes the old or the new record.
+// The cut save is the second of two in a row, so a save that skipped the
+// copy is seen: a start then publishes the record from before both.
 struct Sweep {
     const char *name, *options;
     const char *summary; // the sweep's last line
