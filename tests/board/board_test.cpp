@@ -177,8 +177,9 @@ INSTANTIATE_TEST_SUITE_P(Sweeps, PowerCut, testing::ValuesIn(kSweeps),
                          [](const testing::TestParamInfo<Sweep> &info) { return info.param.name; });
 
 // What cmake --install puts into an image root for the board's init and
-// programs: the systemd unit verifies against that root, and a C program
-// finds the shared block's header through the pkg-config file.
+// programs: the systemd unit verifies against that root, the sample
+// settings set nothing and a second install keeps the board's own, and a C
+// program finds the shared block's header through the pkg-config file.
 TEST(BoardImage, InstallsUnitAndHeader)
 {
     const std::string d = kOut + "/install";
@@ -189,6 +190,11 @@ TEST(BoardImage, InstallsUnitAndHeader)
     Result r = sh("systemd-analyze verify --recursive-errors=no --root=" + d + " " + d +
                   "/lib/systemd/system/hw_start.service");
     EXPECT_EQ(r.status, 0) << r.out;
+    const std::string settings = d + "/etc/default/hw_start";
+    EXPECT_EQ(sh("grep -v -e '^#' -e '^$' " + settings).out, "");
+    sh("echo HW_START_ARGS=debug >" + settings + " && DESTDIR=" + d +
+       " cmake --install " HW_BUILD_DIR);
+    EXPECT_EQ(slurp(settings), "HW_START_ARGS=debug\n");
     r = sh("printf '#include <hw_start/shmem_info.h>\\nint main(void) { struct shmem_info i; "
            "return shmem_info_read(&i); }\\n' | cc -x c -o /dev/null - $(PKG_CONFIG_SYSROOT_DIR=" +
            d + " PKG_CONFIG_LIBDIR=" + d + "/usr/share/pkgconfig pkg-config --cflags hw_start)");
