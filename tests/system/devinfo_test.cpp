@@ -149,7 +149,7 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         {"set /tmp/rec board_id=4294967296", 1, "\"4294967296\" is not a 32-bit number"},
         {"set /tmp/rec guid=" + kGuid + "0", 1, "is not 48 hexadecimal digits"},
         {"set /tmp/bad_magic board_name=X", 1, "magic: 0x0000000000000000"},
-        {"set /tmp/short board_name=X", 1, "size: the store holds 279 bytes"},
+        {"set /tmp/short board_name=X", 1, "it holds 279 bytes, neither a 280-byte record nor"},
         // A broken field that set does not replace is refused too.
         {"set /tmp/upper board_name=X", 1, "name the field to replace it"},
         {"set /tmp/none board_name=X", 1, "cannot open /tmp/none"},
