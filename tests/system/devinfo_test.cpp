@@ -120,7 +120,15 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
                                  {"/dev/mtdblock3", Patch(kRec, 0, "magic?", 8)},
                                  {"/tmp/erased", Str(280, '\xff')},
                                  {"/tmp/name32", Patch(kRec, 36, Str(32, 'N'))},
-                                 {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))}};
+                                 {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))},
+                                 {"/tmp/odd", Str(300, 'o')}};
+    // Partition images: record block erased, a byte of the copy changed, another record.
+    board.Put("/tmp/r", kRec);
+    Sh("devinfo create /tmp/i --from /tmp/r --partition-size 8192 --erase-size 4096");
+    const Str img = board.Read("/tmp/i");
+    stores["/tmp/torn.img"] = Str(4096, '\xff') + img.substr(4096);
+    stores["/tmp/bad_copy.img"] = Patch(img, 4096 + 40, "X", 1);
+    stores["/tmp/other.img"] = Patch(img, 36, "OTHER");
     struct Row {
         Str args;
         int status;
@@ -136,6 +144,10 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
          " its 32 bytes\np2p_id: no NUL"},
         {"verify /tmp/name32", 1, "board_name: no NUL within its 32 bytes\n"},
         {"verify /tmp/p2p32", 1, "p2p_id: no NUL within its 32 bytes\n"},
+        {"verify /tmp/torn.img", 1, "record_block: erased; the copy saved at sequence 1 holds"},
+        {"verify /tmp/bad_copy.img", 1, "copy: damaged"},
+        {"verify /tmp/other.img", 1, "copy: the copy saved at sequence 1 holds another record"},
+        {"set /tmp/odd board_name=X", 1, "it holds 300 bytes, neither a 280-byte record nor a"},
         {"set --no-apply /tmp/locked board_id=7", 1, "/tmp/locked: locked by another process"},
         {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1,
          "locked by another process"},
@@ -257,6 +269,38 @@ TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
     EXPECT_FALSE(board.Exists("/config/mac"));
     EXPECT_TRUE(board.ShellLog().empty())
         << "--no-apply, and a set that changes nothing, run no command";
+}
+
+// On a partition image set leaves an image of the same size whose record and copy hold the new
+// record (the copy the old one too), every other byte as it was, --backup the whole old image;
+// recover puts an erased record block back from the copy. --force turns a file that is neither
+// into a record, and says so.
+TEST_F(DevinfoTest, SetAndRecoverKeepAPartitionImage)
+{
+    board.Put("/tmp/rec", kRec);
+    board.Put("/tmp/odd", Str(300, 'o'));
+    const RunResult r = Sh(
+        "devinfo create /tmp/img --from /tmp/rec --partition-size 0x3000 --erase-size 0x1000 && "
+        "cp /tmp/img /tmp/old && devinfo set --no-apply --backup /tmp/bak /tmp/img "
+        "board_name=IPC_X && devinfo verify /tmp/img && cp /tmp/img /tmp/saved && printf %4096s | "
+        "tr ' ' '\\377' | dd of=/tmp/img conv=notrunc 2>/dev/null && devinfo get board_name /tmp/img && devinfo recover /tmp/img && cmp "
+        "/tmp/img /tmp/saved && devinfo set --force --no-apply /tmp/odd board_name=X mac=02:00:00:00:00:01 p2p_id=P");
+    EXPECT_EQ(r.out, "IPC_X\n");
+    EXPECT_EQ(r.err, "devinfo: /tmp/img: the record block is erased; this is the copy saved at "
+                     "sequence 2, as the board reads it (devinfo recover repairs the record block)\n"
+                     "devinfo: /tmp/img: record was erased; restored the copy saved at sequence 2\n"
+                     "devinfo: /tmp/odd holds 300 bytes, neither a record nor a partition image: "
+                     "--force writes a 280-byte record in their place\n");
+    const Str old = board.Read("/tmp/old"), img = board.Read("/tmp/saved");
+    const Str rec = Patch(kRec, 36, "IPC_X");
+    EXPECT_EQ(board.Read("/tmp/bak"), old);
+    ASSERT_EQ(img.size(), 0x3000u);
+    EXPECT_EQ(img.substr(0, 280), rec);
+    EXPECT_EQ(img.substr(280, 4096 + 8 - 280), old.substr(280, 4096 + 8 - 280));
+    EXPECT_EQ(img.substr(4096 + 8, 4), Str("\2\0\0\0", 4)); // the copy's sequence
+    EXPECT_EQ(img.substr(4096 + 12, 16), old.substr(4096 + 12, 16));
+    EXPECT_EQ(img.substr(4096 + 32), rec + kRec + old.substr(4096 + 592));
+    EXPECT_EQ(board.Read("/tmp/odd").size(), 280u);
 }
 
 // devinfo shm and the C reader print the block a boot wrote; before the boot there is none.

@@ -20,8 +20,11 @@ namespace {
 
 // The read-only commands' common part: at most one STORE (default the
 // flash store) from argv[index], read read-only under a shared lock as
-// hw_start reads it. Returns -1 with *r read, or the exit status to give.
-int read_report_store(int argc, char *argv[], int index, const char *help, StoreRecord *r)
+// hw_start reads it; a torn record block is said on standard error (for a
+// partition image, unless `verify`, whose lines say it). Returns -1 with
+// *r read, or the exit status to give.
+int read_report_store(int argc, char *argv[], int index, const char *help, StoreRecord *r,
+                      bool verify = false)
 {
     if (argc > index + 1)
         return usage_error(help, "too many arguments");
@@ -35,7 +38,7 @@ int read_report_store(int argc, char *argv[], int index, const char *help, Store
         report_error(store_file(store), error);
         return kExitProblem;
     }
-    if (r->from_copy)
+    if (r->from_copy && !(verify && r->image_erase != 0))
         diag("%s: the record block is %s; this is the copy saved at sequence %u, as %s reads it "
              "(devinfo recover repairs the record block)",
              store_file(store), r->copy.erased ? "erased" : "torn",
@@ -107,7 +110,7 @@ int cmd_verify(int argc, char *argv[])
     int first = 0;
     int rc = parse_options(argc, argv, nullptr, 0, kVerifyHelp, &first);
     StoreRecord r;
-    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kVerifyHelp, &r)) >= 0)
+    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kVerifyHelp, &r, true)) >= 0)
         return rc;
     Problems problems;
     check_record(r.rec, r.size, true, &problems);
