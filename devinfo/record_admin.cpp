@@ -1,7 +1,7 @@
 // What only devinfo does with the stores: reads for its reports, saves
 // in place where the flash has no room for a copy, partition image files
-// saved and repaired as the flash, and the recovery at start. Apart from record_store.cpp so that
-// hw_start links none of them.
+// saved and repaired as the flash, and the recovery at start. Apart from
+// record_store.cpp so that hw_start links none of them.
 #include <cerrno>
 #include <cstring>
 
@@ -33,6 +33,29 @@ bool read_image(int fd, std::size_t size, ImageHold *h, StoreRecord *out, StoreE
     take_state(h->st, out);
     out->image_erase = h->st.geo.erase_size;
     return true;
+}
+
+// recover_store of a file: a partition image repaired in memory, then
+// saved whole; any other file left alone.
+bool recover_image(const char *store, Recovered *out, StoreError *err)
+{
+    FileHold h;
+    ImageHold image;
+    StoreRecord r = {};
+    if (!hold_file(&h, store))
+        return (*err = h.err, false);
+    if (h.missing ||
+        !read_image(h.lock.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
+        return h.missing;
+    out->action = r.image_erase != 0 ? image.st.decision.action : Recovery::nothing;
+    out->erased = image.st.decision.erased;
+    out->sequence = image.st.decision.copy.sequence;
+    if (out->action != Recovery::restore)
+        return true;
+    if (!recover_flash(image.flash, image.st))
+        return (*err = image.st.err, false);
+    return save_to_file(h, store, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
+           (*err = h.err, false);
 }
 
 } // namespace
@@ -108,29 +131,6 @@ SaveResult CRecordStore::SaveInPlace(const dev_info &rec)
     const SaveResult result = save_in_place(flash_hold_.mtd, flash_hold_.st, rec);
     cache_kept_ = drop_block_cache(flash_hold_.lock.get());
     return result;
-}
-
-// recover_store of a file: a partition image repaired in memory, then
-// saved whole; any other file left alone.
-static bool recover_image(const char *store, Recovered *out, StoreError *err)
-{
-    FileHold h;
-    ImageHold image;
-    StoreRecord r = {};
-    if (!hold_file(&h, store))
-        return (*err = h.err, false);
-    if (h.missing ||
-        !read_image(h.lock.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
-        return h.missing;
-    out->action = r.image_erase != 0 ? image.st.decision.action : Recovery::nothing;
-    out->erased = image.st.decision.erased;
-    out->sequence = image.st.decision.copy.sequence;
-    if (out->action != Recovery::restore)
-        return true;
-    if (!recover_flash(image.flash, image.st))
-        return (*err = image.st.err, false);
-    return save_to_file(h, store, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
-           (*err = h.err, false);
 }
 
 bool recover_store(const char *store, Recovered *out, StoreError *err)
