@@ -51,23 +51,23 @@ bool CImageFlash::Load(int fd)
     if (::fstat(fd, &st) != 0)
         return false;
     errno = 0;
-    const auto size = static_cast<std::size_t>(st.st_size);
-    if (!S_ISREG(st.st_mode) || size <= kDevInfoSize || size > kMaxImageSize)
+    const auto file_size = static_cast<std::size_t>(st.st_size);
+    if (!S_ISREG(st.st_mode) || file_size <= kDevInfoSize || file_size > kMaxImageSize)
         return false;
-    bytes_ = static_cast<std::uint8_t *>(std::malloc(size));
+    bytes_ = static_cast<std::uint8_t *>(std::malloc(file_size));
     if (bytes_ == nullptr) {
         errno = ENOMEM;
         return false;
     }
-    const ssize_t n = read_at(fd, bytes_, size);
+    const ssize_t n = read_at(fd, bytes_, file_size);
     if (n < 0)
         return false;
-    if (static_cast<std::size_t>(n) != size) {
+    if (static_cast<std::size_t>(n) != file_size) {
         errno = EIO; // the file changed size while it was read
         return false;
     }
-    geo_.size = static_cast<std::uint32_t>(size);
-    geo_.erase_size = image_erase_size(bytes_, size);
+    geo_.size = static_cast<std::uint32_t>(file_size);
+    geo_.erase_size = image_erase_size(bytes_, file_size);
     errno = 0;
     return geo_.erase_size != 0;
 }

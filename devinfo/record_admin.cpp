@@ -11,6 +11,13 @@
 
 namespace {
 
+// Passes on what failed: *err gets `why`; returns false.
+bool pass_on(StoreError *err, const StoreError &why)
+{
+    *err = why;
+    return false;
+}
+
 // What the partition loaded in `st` holds, as a store: the record a save
 // starts from and how the copy stands.
 void take_state(const FlashState &st, StoreRecord *out)
@@ -29,7 +36,7 @@ void take_state(const FlashState &st, StoreRecord *out)
 bool read_image(int fd, std::size_t size, ImageHold *h, StoreRecord *out, StoreError *err)
 {
     if (size <= kDevInfoSize || !load_image(fd, h))
-        return h->st.err.step == nullptr || (*err = h->st.err, false);
+        return h->st.err.step == nullptr || pass_on(err, h->st.err);
     take_state(h->st, out);
     out->image_erase = h->st.geo.erase_size;
     return true;
@@ -43,7 +50,7 @@ bool recover_image(const char *store, Recovered *out, StoreError *err)
     ImageHold image;
     StoreRecord r = {};
     if (!hold_file(&h, store))
-        return (*err = h.err, false);
+        return pass_on(err, h.err);
     if (h.missing ||
         !read_image(h.lock.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
         return h.missing;
@@ -53,9 +60,9 @@ bool recover_image(const char *store, Recovered *out, StoreError *err)
     if (out->action != Recovery::restore)
         return true;
     if (!recover_flash(image.flash, image.st))
-        return (*err = image.st.err, false);
+        return pass_on(err, image.st.err);
     return save_to_file(h, store, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
-           (*err = h.err, false);
+           pass_on(err, h.err);
 }
 
 } // namespace

@@ -48,8 +48,8 @@ int read_report_store(int argc, char *argv[], int index, const char *help, Store
 }
 
 // verify's lines on a partition image's two blocks: a torn record block,
-// a copy that disagrees with it, a damaged copy. The count of lines.
-int check_image(const StoreRecord &r)
+// a copy that disagrees with it, a damaged copy. True when it printed one.
+bool check_image(const StoreRecord &r)
 {
     const unsigned sequence = r.copy.sequence;
     if (r.image_action == Recovery::restore)
@@ -116,8 +116,8 @@ int cmd_verify(int argc, char *argv[])
     check_record(r.rec, r.size, true, &problems);
     for (std::size_t i = 0; i < problems.count; ++i)
         std::printf("%s: %s\n", problems.items[i].label, problems.items[i].message);
-    const int image_problems = r.image_erase != 0 ? check_image(r) : 0;
-    return problems.count == 0 && image_problems == 0 ? kExitOk : kExitProblem;
+    const bool image_problem = r.image_erase != 0 && check_image(r);
+    return problems.count == 0 && !image_problem ? kExitOk : kExitProblem;
 }
 
 int cmd_shm(int argc, char *argv[])
