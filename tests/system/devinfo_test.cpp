@@ -3,15 +3,10 @@
 // the shared block a booted hw_start wrote; saves killed or failed at each
 // system call (strace -e inject); and a C program reading that block
 // through hw_start/shmem_info.h alone.
-//
-//   HW_DEVINFO_BIN   the devinfo binary under test (default: this build's)
-#include "board.h"
+#include "devinfo_fixture.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -21,51 +16,6 @@
 namespace hwtest {
 namespace
 {
-
-using Str = std::string;
-
-// Runs through the emulator of a cross build, like `hw`.
-const Str kPrelude = "devinfo() { $HW_RUNNER /sbin/devinfo \"$@\"; }\n";
-const Str kGuid = "0102030405060708090a0b0c0d0e0f101112131415161718"; // bytes 1..24
-
-// `bytes` at the start of the `size`-byte field at `offset`, the rest zero.
-Str Patch(Str rec, std::size_t offset, const Str &bytes, std::size_t size = 32)
-{
-    rec.replace(offset, size, size, '\0');
-    return rec.replace(offset, bytes.size(), bytes);
-}
-
-// GUID and reserved bytes not zero, so a save that loses or moves them shows.
-const Str kRec = [] {
-    Str rec = MakeRecord(0x851, "IPC_AX620Q", "02:12:34:56:78:9a", "P2P-SAMPLE-0001");
-    for (int i = 0; i < 24; ++i)
-        rec[8 + i] = static_cast<char>(i + 1);
-    for (std::size_t i = 132; i < rec.size(); ++i)
-        rec[i] = static_cast<char>(i * 7);
-    return rec;
-}();
-
-Str Mac(const Str &text)
-{
-    return Patch(kRec, 68, text);
-}
-
-class DevinfoTest : public BoardTest {
-protected:
-    void SetUp() override
-    {
-        BoardTest::SetUp();
-        if (IsSkipped())
-            return;
-        const char *env = std::getenv("HW_DEVINFO_BIN");
-        std::ifstream in(env != nullptr && *env != '\0' ? env : HW_DEVINFO_BIN_DEFAULT,
-                         std::ios::binary);
-        ASSERT_TRUE(in) << "no devinfo binary";
-        board.Put("/sbin/devinfo", Str(std::istreambuf_iterator<char>(in), {}), 0755);
-    }
-
-    RunResult Sh(const Str &script) { return board.Run(kPrelude + script); }
-};
 
 // create writes the image hw_start reads; show, get and --json give every field back, escaped;
 // a record with a bad magic and a full p2p_id shows all 32 bytes and nothing behind them.
@@ -269,38 +219,6 @@ TEST_F(DevinfoTest, SetChangesTheFieldsAndEth0CarriesTheMac)
     EXPECT_FALSE(board.Exists("/config/mac"));
     EXPECT_TRUE(board.ShellLog().empty())
         << "--no-apply, and a set that changes nothing, run no command";
-}
-
-// On a partition image set leaves an image of the same size whose record and copy hold the new
-// record (the copy the old one too), every other byte as it was, --backup the whole old image;
-// recover puts an erased record block back from the copy. --force turns a file that is neither
-// into a record, and says so.
-TEST_F(DevinfoTest, SetAndRecoverKeepAPartitionImage)
-{
-    board.Put("/tmp/rec", kRec);
-    board.Put("/tmp/odd", Str(300, 'o'));
-    const RunResult r = Sh(
-        "devinfo create /tmp/img --from /tmp/rec --partition-size 0x3000 --erase-size 0x1000 && "
-        "cp /tmp/img /tmp/old && devinfo set --no-apply --backup /tmp/bak /tmp/img "
-        "board_name=IPC_X && devinfo verify /tmp/img && cp /tmp/img /tmp/saved && printf %4096s | "
-        "tr ' ' '\\377' | dd of=/tmp/img conv=notrunc 2>/dev/null && devinfo get board_name /tmp/img && devinfo recover /tmp/img && cmp "
-        "/tmp/img /tmp/saved && devinfo set --force --no-apply /tmp/odd board_name=X mac=02:00:00:00:00:01 p2p_id=P");
-    EXPECT_EQ(r.out, "IPC_X\n");
-    EXPECT_EQ(r.err, "devinfo: /tmp/img: the record block is erased; this is the copy saved at "
-                     "sequence 2, as the board reads it (devinfo recover repairs the record block)\n"
-                     "devinfo: /tmp/img: record was erased; restored the copy saved at sequence 2\n"
-                     "devinfo: /tmp/odd holds 300 bytes, neither a record nor a partition image: "
-                     "--force writes a 280-byte record in their place\n");
-    const Str old = board.Read("/tmp/old"), img = board.Read("/tmp/saved");
-    const Str rec = Patch(kRec, 36, "IPC_X");
-    EXPECT_EQ(board.Read("/tmp/bak"), old);
-    ASSERT_EQ(img.size(), 0x3000u);
-    EXPECT_EQ(img.substr(0, 280), rec);
-    EXPECT_EQ(img.substr(280, 4096 + 8 - 280), old.substr(280, 4096 + 8 - 280));
-    EXPECT_EQ(img.substr(4096 + 8, 4), Str("\2\0\0\0", 4)); // the copy's sequence
-    EXPECT_EQ(img.substr(4096 + 12, 16), old.substr(4096 + 12, 16));
-    EXPECT_EQ(img.substr(4096 + 32), rec + kRec + old.substr(4096 + 592));
-    EXPECT_EQ(board.Read("/tmp/odd").size(), 280u);
 }
 
 // devinfo shm and the C reader print the block a boot wrote; before the boot there is none.
