@@ -14,6 +14,12 @@ int find_word(int argc, char *const argv[], const char *word)
     return 0;
 }
 
+bool asks_help(int argc, char *const argv[])
+{
+    return find_word(argc, argv, "help") != 0 || find_word(argc, argv, "--help") != 0 ||
+           find_word(argc, argv, "-h") != 0;
+}
+
 bool scan_store_path(int argc, char *const argv[], const char *word, char (&path)[kPathSize])
 {
     for (int i = 1; i < argc; ++i) {

@@ -40,7 +40,7 @@ void print_help()
 
 void handle_words(int argc, char *argv[])
 {
-    if (find_word(argc, argv, "help") != 0) {
+    if (asks_help(argc, argv)) {
         print_help();
         std::exit(0);
     }

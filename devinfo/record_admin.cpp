@@ -1,12 +1,78 @@
 // What only devinfo does with the stores: reads for its reports, saves
-// in place where the flash has no room for a copy, and the recovery at
-// start. Apart from record_store.cpp so that hw_start links none of them.
+// in place where the flash has no room for a copy, partition image files
+// saved and repaired as the flash, and the recovery at start. Apart from
+// record_store.cpp so that hw_start links none of them.
 #include <cerrno>
 #include <cstring>
 
 #include "devinfo/record_store.h"
 #include "devinfo/store.h"
 #include "devinfo/store_io.h"
+
+namespace {
+
+// Passes on what failed: *err gets `why`; returns false.
+bool pass_on(StoreError *err, const StoreError &why)
+{
+    *err = why;
+    return false;
+}
+
+// What the partition loaded in `st` holds, as a store: the record a save
+// starts from and how the copy stands.
+void take_state(const FlashState &st, StoreRecord *out)
+{
+    const Decision &d = st.decision;
+    out->rec = st.record();
+    out->size = sizeof out->rec;
+    out->from_copy = d.action == Recovery::restore;
+    out->copy = {d.copy.sequence, d.erased};
+    out->image_action = d.action;
+    out->copy_valid = d.copy_valid;
+}
+
+// Reads the file open on `fd` of `size` bytes as a partition image into
+// *out when it is one. False (*err set) when it could not be read.
+bool read_image(int fd, std::size_t size, ImageHold *h, StoreRecord *out, StoreError *err)
+{
+    if (size <= kDevInfoSize || !load_image(fd, h))
+        return h->st.err.step == nullptr || pass_on(err, h->st.err);
+    take_state(h->st, out);
+    out->image_erase = h->st.geo.erase_size;
+    return true;
+}
+
+// recover_store of a file: a partition image repaired in memory, then
+// saved whole; any other file left alone.
+bool recover_image(const char *store, Recovered *out, StoreError *err)
+{
+    FileHold h;
+    ImageHold image;
+    StoreRecord r = {};
+    if (!hold_file(&h, store))
+        return pass_on(err, h.err);
+    if (h.missing ||
+        !read_image(h.lock.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
+        return h.missing;
+    out->action = r.image_erase != 0 ? image.st.decision.action : Recovery::nothing;
+    out->erased = image.st.decision.erased;
+    out->sequence = image.st.decision.copy.sequence;
+    if (out->action != Recovery::restore)
+        return true;
+    if (!recover_flash(image.flash, image.st))
+        return pass_on(err, image.st.err);
+    return save_to_file(h, store, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
+           pass_on(err, h.err);
+}
+
+} // namespace
+
+bool load_image(int fd, ImageHold *h)
+{
+    if (h->flash.Load(fd))
+        return load_flash(h->flash, &h->st);
+    return errno != 0 && h->st.err.set("read", errno);
+}
 
 bool read_record(const char *store, StoreRecord *out, StoreError *err)
 {
@@ -21,7 +87,9 @@ bool read_record(const char *store, StoreRecord *out, StoreError *err)
         out->size = sizeof out->rec;
         return true;
     }
-    return read_store(fd.get(), store, &out->rec, &out->size, err);
+    ImageHold image;
+    return read_store(fd.get(), store, &out->rec, &out->size, err) &&
+           (store_is_flash(store) || read_image(fd.get(), out->size, &image, out, err));
 }
 
 bool CRecordStore::Open(const char *store)
@@ -32,22 +100,29 @@ bool CRecordStore::Open(const char *store)
         return hold_file(&file_, store);
     if (!hold_flash(&flash_hold_))
         return false;
-    const Decision &d = flash_hold_.st.decision;
-    held_.rec = flash_hold_.st.record();
-    held_.size = sizeof held_.rec;
-    held_.from_copy = d.action == Recovery::restore;
-    held_.copy = {d.copy.sequence, d.erased};
+    take_state(flash_hold_.st, &held_);
     return true;
 }
 
 bool CRecordStore::Read()
 {
+    const int fd = file_.lock.get();
     return flash_ || file_.missing ||
-           read_store(file_.lock.get(), store_, &held_.rec, &held_.size, &file_.err);
+           (read_store(fd, store_, &held_.rec, &held_.size, &file_.err) &&
+            read_image(fd, held_.size, &image_, &held_, &file_.err));
 }
 
 SaveResult CRecordStore::Save(const dev_info &rec, bool take_copy_block)
 {
+    // An image is saved in memory as the flash is; the file is replaced
+    // only when both blocks are whole.
+    if (image() != nullptr && save_to_flash(image_.flash, image_.st, rec, take_copy_block,
+                                            &refusal_) != SaveResult::saved) {
+        file_.err = image_.st.err;
+        return SaveResult::kept;
+    }
+    if (image() != nullptr)
+        return SaveFile(image_.flash.bytes(), image_.flash.size());
     if (!flash_)
         return SaveFile(&rec, sizeof rec);
     return save_flash(flash_hold_, rec, take_copy_block, &refusal_, &cache_kept_);
@@ -70,8 +145,9 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
     std::memset(out, 0, sizeof *out);
     out->action = Recovery::nothing;
     // A record file is replaced whole by every save: nothing to recover.
+    // A partition image is repaired as the flash, then replaced whole.
     if (!store_is_flash(store))
-        return true;
+        return recover_image(store, out, err);
     CMtdFlash mtd;
     if (!mtd.Open(kFlashMtdDevice))
         return CMtdFlash::NoDevice(errno) || err->set("open /dev/mtd3", errno);

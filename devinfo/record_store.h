@@ -11,6 +11,7 @@
 #include "base/unique_fd.h"
 #include "devinfo/dev_info.h"
 #include "devinfo/file_save.h"
+#include "devinfo/flash_image.h"
 #include "devinfo/flash_read.h"
 #include "devinfo/flash_save.h"
 #include "devinfo/mtd_flash.h"
@@ -19,9 +20,15 @@
 // What a store holds.
 struct StoreRecord {
     dev_info rec;     // zero-filled behind what a short file gave
-    std::size_t size; // bytes the store holds (a file's size, 280 for the flash)
+    std::size_t size; // bytes the store holds (a file's size, 280 for the
+                      // flash and a partition image)
     bool from_copy;   // the flash's record block is torn: `rec` is the copy's
     CopyChoice copy;  // with from_copy
+    // A partition image file (flash_image.h): its erase size (else 0), what
+    // recovery would do with it and whether its copy is whole.
+    std::uint32_t image_erase;
+    Recovery image_action;
+    bool copy_valid;
 };
 
 // The flash store held for a save: /dev/mtdblock3 locked exclusively and
@@ -61,6 +68,17 @@ SaveResult save_to_file(FileHold &h, const char *path, const void *data, std::si
 
 // --- record_admin.cpp: what devinfo alone does ----------------------------------
 
+// A partition image file read for a save, a repair or a report.
+struct ImageHold {
+    CImageFlash flash;
+    FlashState st; // st.err: what failed
+};
+
+// Reads the file open on `fd` into *h and loads it as a flash (load_flash)
+// when it is a partition image. False when it is none (st.err.step null)
+// or could not be read (st.err set).
+bool load_image(int fd, ImageHold *h);
+
 // A store held for one of devinfo's saves: a record file or the flash,
 // with what it holds.
 class CRecordStore {
@@ -70,14 +88,17 @@ public:
     // Locks `store` (hold_file, hold_flash). False with error() set;
     // nothing written.
     bool Open(const char *store);
-    // Reads what a record file holds (the flash was read by Open). False
-    // with error() set.
+    // Reads what a record file holds (the flash was read by Open), through
+    // the copy's choice when it is a partition image. False with error()
+    // set.
     bool Read();
 
     // What the store holds (after Open, and Read for a file).
     const StoreRecord &held() const { return held_; }
     bool missing() const { return file_.missing; }
     bool is_flash() const { return flash_; }
+    // The partition image that the file is, as Read found it; else null.
+    const CImageFlash *image() const { return held_.image_erase != 0 ? &image_.flash : nullptr; }
     // What failed or was refused last; a flash save that wrote nothing
     // says why in refusal().
     const StoreError &error() const { return flash_ ? flash_hold_.st.err : file_.err; }
@@ -88,8 +109,9 @@ public:
     // The flash partition has no good erase block for a copy.
     bool no_copy_block() const { return flash_ && flash_hold_.st.copy.at == 0; }
 
-    // Saves `rec`: on the flash the copy first (save_flash), a record file
-    // replaced whole.
+    // Saves `rec`: on the flash the copy first (save_flash); a partition
+    // image saved so in memory, then replaced whole; a record file
+    // replaced whole. A refusal on an image is `kept`.
     SaveResult Save(const dev_info &rec, bool take_copy_block = false);
     // Replaces a record file by `size` bytes of `data` (a partition image).
     SaveResult SaveFile(const void *data, std::size_t size);
@@ -104,12 +126,14 @@ private:
     int cache_kept_ = 0;
     FileHold file_;
     FlashHold flash_hold_;
+    ImageHold image_;
     StoreRecord held_ = {};
 };
 
 // Reads `store` under a shared lock, as hw_start takes it: a record file
-// as it is; the flash through the copy choice when /dev/mtd3 exists
-// (flash_read.h), else bytes 0-279 of /dev/mtdblock3. False with *err set.
+// as it is (a partition image as the flash); the flash through the copy
+// choice when /dev/mtd3 exists (flash_read.h), else bytes 0-279 of
+// /dev/mtdblock3. False with *err set.
 bool read_record(const char *store, StoreRecord *out, StoreError *err);
 
 // What recover_store found and did.
@@ -121,7 +145,8 @@ struct Recovered {
 };
 
 // Puts the flash's record block back from its copy when a cut save left it
-// torn (recover_flash), under the exclusive lock; a record file or a board
-// without /dev/mtd3 has nothing to recover (action nothing). False with
+// torn (recover_flash), under the exclusive lock; a partition image file
+// the same way, then replaced whole. A record file or a board without
+// /dev/mtd3 has nothing to recover (action nothing). False with
 // *err set when the partition could not be read or the repair failed.
 bool recover_store(const char *store, Recovered *out, StoreError *err);

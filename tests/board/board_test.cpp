@@ -50,6 +50,7 @@ struct Row {
     std::vector<std::string> expect; // patterns the console shows
     const char *nor;                 // nullptr: no NOR flash; "": unchanged by the run;
                                      // else `devinfo create` arguments of the record it then holds
+    std::string host = {};           // run on the host before the boot
 };
 
 const char *const kEveryBoot[] = {"==== board report\n--- hw_start\nrunning\n",
@@ -68,6 +69,13 @@ const std::string kRunning =
 const std::string kRestart =
     "s=/etc/init.d/S50hw_start; $s start; sleep 1; echo \"start: " + kRunning +
     "\"; $s restart; sleep 1; echo \"restart: " + kRunning + "\"";
+// A factory's partition image changed by devinfo set on the host, written into mtd3.
+const std::string kImage = kOut + "/part.img";
+const std::string kSetImage =
+    HW_DEVINFO_BIN " create " + kImage + " --board-id 0x851 --board-name IPC_AX620Q --mac "
+    "02:12:34:56:78:9a --partition-size 0x10000 --erase-size 0x1000 && " HW_DEVINFO_BIN
+    " set --no-apply " + kImage + " board_name=IPC_Y mac=02:12:34:56:78:9c && dd if=" + kImage +
+    " of=" + kNor + " bs=4096 seek=496 conv=notrunc";
 // The copy's place, erase block 1 of mtd3 (1021 of the chip), is bad: a
 // save, then a record torn through mtdblock, which recover puts back.
 const std::string kBadBlock =
@@ -103,6 +111,11 @@ const Row kRows[] = {
      "--board sabrelite --flash " + kNor,
      {"argc=1 \\[dev_type=IPC_X\\]\n", "name=IPC_X\n", "driver fec\nmac 02:12:34:56:78:9b\n"},
      ""},
+    {"sabrelite, a partition image after devinfo set",
+     "--board sabrelite --flash " + kNor,
+     {"argc=1 \\[dev_type=IPC_Y\\]\n", "name=IPC_Y\n", "driver fec\nmac 02:12:34:56:78:9c\n"},
+     "",
+     kSetImage},
 };
 
 TEST(BoardImage, BootsOnEmulatedBoards)
@@ -110,6 +123,7 @@ TEST(BoardImage, BootsOnEmulatedBoards)
     std::remove(kNor.c_str());
     for (const Row &row : kRows) {
         SCOPED_TRACE(row.name);
+        ASSERT_TRUE(row.host.empty() || sh(row.host).status == 0) << row.host;
         const std::string before = slurp(kNor);
         const Result r = sh(HW_SOURCE_DIR "/scripts/board --out " + kOut + " " + row.options);
         ASSERT_EQ(r.status, 0) << r.out;
@@ -179,8 +193,9 @@ INSTANTIATE_TEST_SUITE_P(Sweeps, PowerCut, testing::ValuesIn(kSweeps),
                          [](const testing::TestParamInfo<Sweep> &info) { return info.param.name; });
 
 // What cmake --install puts into an image root for the board's init and
-// programs: the systemd unit verifies against that root, and a C program
-// finds the shared block's header through the pkg-config file.
+// programs: the systemd unit verifies against that root, the sample
+// settings set nothing and a second install keeps the board's own, and a C
+// program finds the shared block's header through the pkg-config file.
 TEST(BoardImage, InstallsUnitAndHeader)
 {
     const std::string d = kOut + "/install";
@@ -191,6 +206,11 @@ TEST(BoardImage, InstallsUnitAndHeader)
     Result r = sh("systemd-analyze verify --recursive-errors=no --root=" + d + " " + d +
                   "/lib/systemd/system/hw_start.service");
     EXPECT_EQ(r.status, 0) << r.out;
+    const std::string settings = d + "/etc/default/hw_start";
+    EXPECT_EQ(sh("grep -v -e '^#' -e '^$' " + settings).out, "");
+    sh("echo HW_START_ARGS=debug >" + settings + " && DESTDIR=" + d +
+       " cmake --install " HW_BUILD_DIR);
+    EXPECT_EQ(slurp(settings), "HW_START_ARGS=debug\n");
     r = sh("printf '#include <hw_start/shmem_info.h>\\nint main(void) { struct shmem_info i; "
            "return shmem_info_read(&i); }\\n' | cc -x c -o /dev/null - $(PKG_CONFIG_SYSROOT_DIR=" +
            d + " PKG_CONFIG_LIBDIR=" + d + "/usr/share/pkgconfig pkg-config --cflags hw_start)");

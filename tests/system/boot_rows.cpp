@@ -49,6 +49,10 @@ Str OtherTables(int count)
            " table $((i + 500)); done"; // BusyBox ip: table ids below 1024
 }
 
+const Strings kHelp = {"support cmd list:", "help: show this menu", "version: show version",
+                       "debug: work with debug info output",
+                       "dev3_file=xxxxxx: save device info to file xxxx, xxxx must include absolute "
+                       "path, if use mtdblock, set xxxxx like this: /dev/mtdblock3"};
 const Str kPath127 = "/data/" + Str(121, 'p');
 const Str kOld = "left by an earlier boot";
 // A first start on the same board, from another record; the row's start is the second.
@@ -65,11 +69,10 @@ const std::vector<Row> &BootRows()
     static const std::vector<Row> rows = {
         // --- the command line ---
         Row("NoArguments").Lines({kDdns}),
-        Row("HelpWinsOverAnEarlierVersion").Args({"version", "debug", "help"}).Exits()
-            .Lines({"support cmd list:", "help: show this menu", "version: show version",
-                    "debug: work with debug info output",
-                    "dev3_file=xxxxxx: save device info to file xxxx, xxxx must include absolute path,"
-                    " if use mtdblock, set xxxxx like this: /dev/mtdblock3"}),
+        Row("HelpWinsOverAnEarlierVersion").Args({"version", "debug", "help"}).Exits().Lines(kHelp),
+        // As every other program answers them: run on a workstation, nothing starts.
+        Row("DoubleDashHelpAsHelp").Args({"version", "--help"}).Exits().Lines(kHelp),
+        Row("DashHAsHelp").Args({"dev3_file=/tmp/rec", "-h"}).Exits().Lines(kHelp),
         // Before any scan, so the debug word shows nothing.
         Row("VersionEndsBeforeTheScans").Args({"debug", "dev3_file=/tmp/rec", "version"}).Exits()
             .Lines({"<version>"}),

@@ -3,15 +3,10 @@
 // the shared block a booted hw_start wrote; saves killed or failed at each
 // system call (strace -e inject); and a C program reading that block
 // through hw_start/shmem_info.h alone.
-//
-//   HW_DEVINFO_BIN   the devinfo binary under test (default: this build's)
-#include "board.h"
+#include "devinfo_fixture.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -21,51 +16,6 @@
 namespace hwtest {
 namespace
 {
-
-using Str = std::string;
-
-// Runs through the emulator of a cross build, like `hw`.
-const Str kPrelude = "devinfo() { $HW_RUNNER /sbin/devinfo \"$@\"; }\n";
-const Str kGuid = "0102030405060708090a0b0c0d0e0f101112131415161718"; // bytes 1..24
-
-// `bytes` at the start of the `size`-byte field at `offset`, the rest zero.
-Str Patch(Str rec, std::size_t offset, const Str &bytes, std::size_t size = 32)
-{
-    rec.replace(offset, size, size, '\0');
-    return rec.replace(offset, bytes.size(), bytes);
-}
-
-// GUID and reserved bytes not zero, so a save that loses or moves them shows.
-const Str kRec = [] {
-    Str rec = MakeRecord(0x851, "IPC_AX620Q", "02:12:34:56:78:9a", "P2P-SAMPLE-0001");
-    for (int i = 0; i < 24; ++i)
-        rec[8 + i] = static_cast<char>(i + 1);
-    for (std::size_t i = 132; i < rec.size(); ++i)
-        rec[i] = static_cast<char>(i * 7);
-    return rec;
-}();
-
-Str Mac(const Str &text)
-{
-    return Patch(kRec, 68, text);
-}
-
-class DevinfoTest : public BoardTest {
-protected:
-    void SetUp() override
-    {
-        BoardTest::SetUp();
-        if (IsSkipped())
-            return;
-        const char *env = std::getenv("HW_DEVINFO_BIN");
-        std::ifstream in(env != nullptr && *env != '\0' ? env : HW_DEVINFO_BIN_DEFAULT,
-                         std::ios::binary);
-        ASSERT_TRUE(in) << "no devinfo binary";
-        board.Put("/sbin/devinfo", Str(std::istreambuf_iterator<char>(in), {}), 0755);
-    }
-
-    RunResult Sh(const Str &script) { return board.Run(kPrelude + script); }
-};
 
 // create writes the image hw_start reads; show, get and --json give every field back, escaped;
 // a record with a bad magic and a full p2p_id shows all 32 bytes and nothing behind them.
@@ -120,7 +70,15 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
                                  {"/dev/mtdblock3", Patch(kRec, 0, "magic?", 8)},
                                  {"/tmp/erased", Str(280, '\xff')},
                                  {"/tmp/name32", Patch(kRec, 36, Str(32, 'N'))},
-                                 {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))}};
+                                 {"/tmp/p2p32", Patch(kRec, 100, Str(32, 'P'))},
+                                 {"/tmp/odd", Str(300, 'o')}};
+    // Partition images: record block erased, a byte of the copy changed, another record.
+    board.Put("/tmp/r", kRec);
+    Sh("devinfo create /tmp/i --from /tmp/r --partition-size 8192 --erase-size 4096");
+    const Str img = board.Read("/tmp/i");
+    stores["/tmp/torn.img"] = Str(4096, '\xff') + img.substr(4096);
+    stores["/tmp/bad_copy.img"] = Patch(img, 4096 + 40, "X", 1);
+    stores["/tmp/other.img"] = Patch(img, 36, "OTHER");
     struct Row {
         Str args;
         int status;
@@ -136,6 +94,10 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
          " its 32 bytes\np2p_id: no NUL"},
         {"verify /tmp/name32", 1, "board_name: no NUL within its 32 bytes\n"},
         {"verify /tmp/p2p32", 1, "p2p_id: no NUL within its 32 bytes\n"},
+        {"verify /tmp/torn.img", 1, "record_block: erased; the copy saved at sequence 1 holds"},
+        {"verify /tmp/bad_copy.img", 1, "copy: damaged"},
+        {"verify /tmp/other.img", 1, "copy: the copy saved at sequence 1 holds another record"},
+        {"set /tmp/odd board_name=X", 1, "it holds 300 bytes, neither a 280-byte record nor a"},
         {"set --no-apply /tmp/locked board_id=7", 1, "/tmp/locked: locked by another process"},
         {"create /tmp/locked --board-id 1 --board-name a --mac 02:00:00:00:00:01", 1,
          "locked by another process"},
@@ -149,7 +111,7 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
         {"set /tmp/rec board_id=4294967296", 1, "\"4294967296\" is not a 32-bit number"},
         {"set /tmp/rec guid=" + kGuid + "0", 1, "is not 48 hexadecimal digits"},
         {"set /tmp/bad_magic board_name=X", 1, "magic: 0x0000000000000000"},
-        {"set /tmp/short board_name=X", 1, "size: the store holds 279 bytes"},
+        {"set /tmp/short board_name=X", 1, "it holds 279 bytes, neither a 280-byte record nor"},
         // A broken field that set does not replace is refused too.
         {"set /tmp/upper board_name=X", 1, "name the field to replace it"},
         {"set /tmp/none board_name=X", 1, "cannot open /tmp/none"},

@@ -20,10 +20,11 @@ namespace {
 
 // The read-only commands' common part: at most one STORE (default the
 // flash store) from argv[index], read read-only under a shared lock as
-// hw_start reads it. Returns -1 with the record read, or the exit status
-// to give.
-int read_report_store(int argc, char *argv[], int index, const char *help, dev_info *rec,
-                      std::size_t *size)
+// hw_start reads it; a torn record block is said on standard error (for a
+// partition image, unless `verify`, whose lines say it). Returns -1 with
+// *r read, or the exit status to give.
+int read_report_store(int argc, char *argv[], int index, const char *help, StoreRecord *r,
+                      bool verify = false)
 {
     if (argc > index + 1)
         return usage_error(help, "too many arguments");
@@ -32,20 +33,36 @@ int read_report_store(int argc, char *argv[], int index, const char *help, dev_i
     if (!store_path_ok(store, help, &rc))
         return rc;
     note_store(store);
-    StoreRecord r;
     StoreError error;
-    if (!read_record(store, &r, &error)) {
+    if (!read_record(store, r, &error)) {
         report_error(store_file(store), error);
         return kExitProblem;
     }
-    if (r.from_copy)
-        diag("%s: the record block is %s; this is the copy saved at sequence %u, as hw_start "
-             "reads it (devinfo recover repairs the record block)",
-             kFlashDevice, r.copy.erased ? "erased" : "torn",
-             static_cast<unsigned>(r.copy.sequence));
-    *rec = r.rec;
-    *size = r.size;
+    if (r->from_copy && !(verify && r->image_erase != 0))
+        diag("%s: the record block is %s; this is the copy saved at sequence %u, as %s reads it "
+             "(devinfo recover repairs the record block)",
+             store_file(store), r->copy.erased ? "erased" : "torn",
+             static_cast<unsigned>(r->copy.sequence),
+             r->image_erase != 0 ? "the board" : "hw_start");
     return -1;
+}
+
+// verify's lines on a partition image's two blocks: a torn record block,
+// a copy that disagrees with it, a damaged copy. True when it printed one.
+bool check_image(const StoreRecord &r)
+{
+    const unsigned sequence = r.copy.sequence;
+    if (r.image_action == Recovery::restore)
+        std::printf("record_block: %s; the copy saved at sequence %u holds the record "
+                    "(devinfo recover repairs the block)\n",
+                    r.copy.erased ? "erased" : "torn", sequence);
+    else if (r.image_action == Recovery::keep)
+        std::printf("copy: the copy saved at sequence %u holds another record than the record "
+                    "block (the next set rewrites it)\n",
+                    sequence);
+    else if (!r.copy_valid)
+        std::puts("copy: damaged (its CRC or sizes are wrong); the next set rewrites it");
+    return r.image_action == Recovery::restore || r.image_action == Recovery::keep || !r.copy_valid;
 }
 
 } // namespace
@@ -56,15 +73,14 @@ int cmd_show(int argc, char *argv[])
     const Option options[] = {{"--json", &json, nullptr}};
     int first = 0;
     int rc = parse_options(argc, argv, options, 1, kShowHelp, &first);
-    dev_info rec;
-    std::size_t size = 0;
-    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kShowHelp, &rec, &size)) >= 0)
+    StoreRecord r;
+    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kShowHelp, &r)) >= 0)
         return rc;
-    if (size < kDevInfoSize)
+    if (r.size < kDevInfoSize)
         diag("%s holds %zu bytes, not %zu: the missing bytes show as zero",
-             store_file(argc > first ? argv[first] : kFlashDevice), size, kDevInfoSize);
+             store_file(argc > first ? argv[first] : kFlashDevice), r.size, kDevInfoSize);
     char out[kReportSize];
-    format_record(rec, json ? Format::json : Format::text, out, sizeof out);
+    format_record(r.rec, json ? Format::json : Format::text, out, sizeof out);
     std::fputs(out, stdout);
     return kExitOk;
 }
@@ -80,12 +96,11 @@ int cmd_get(int argc, char *argv[])
     Field field;
     if (!find_field(argv[first], std::strlen(argv[first]), &field))
         return usage_error(kGetHelp, "unknown field '%s'", argv[first]);
-    dev_info rec;
-    std::size_t size = 0;
-    if ((rc = read_report_store(argc, argv, first + 1, kGetHelp, &rec, &size)) >= 0)
+    StoreRecord r;
+    if ((rc = read_report_store(argc, argv, first + 1, kGetHelp, &r)) >= 0)
         return rc;
     char value[kValueSize];
-    format_field(rec, field, value);
+    format_field(r.rec, field, value);
     std::printf("%s\n", value);
     return kExitOk;
 }
@@ -94,15 +109,15 @@ int cmd_verify(int argc, char *argv[])
 {
     int first = 0;
     int rc = parse_options(argc, argv, nullptr, 0, kVerifyHelp, &first);
-    dev_info rec;
-    std::size_t size = 0;
-    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kVerifyHelp, &rec, &size)) >= 0)
+    StoreRecord r;
+    if (rc >= 0 || (rc = read_report_store(argc, argv, first, kVerifyHelp, &r, true)) >= 0)
         return rc;
     Problems problems;
-    check_record(rec, size, true, &problems);
+    check_record(r.rec, r.size, true, &problems);
     for (std::size_t i = 0; i < problems.count; ++i)
         std::printf("%s: %s\n", problems.items[i].label, problems.items[i].message);
-    return problems.count == 0 ? kExitOk : kExitProblem;
+    const bool image_problem = r.image_erase != 0 && check_image(r);
+    return problems.count == 0 && !image_problem ? kExitOk : kExitProblem;
 }
 
 int cmd_shm(int argc, char *argv[])
@@ -154,7 +169,7 @@ int cmd_recover(int argc, char *argv[])
     Recovered r;
     StoreError error;
     const bool done = recover_store(store, &r, &error);
-    const char *name = kFlashDevice;
+    const char *name = store_file(store);
     switch (r.action) {
     case Recovery::restore:
         if (done)

@@ -18,9 +18,6 @@
 
 namespace {
 
-// Larger images are taken for a typing error.
-constexpr std::uint32_t kMaxImageSize = 256u << 20;
-
 constexpr int kFieldOptions = 5;
 constexpr Field kOrder[kFieldOptions] = {Field::guid, Field::board_id, Field::board_name,
                                          Field::mac, Field::p2p_id};

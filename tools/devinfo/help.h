@@ -11,9 +11,10 @@ constexpr const char kUsage[] =
     "                                write a new record file, partition image or flash\n"
     "  set [--no-apply] [--force] [--backup FILE] [--in-place] [--take-copy-block]\n"
     "      [STORE] FIELD=VALUE...    change fields and save, as the board saves\n"
-    "  recover [STORE]               put the flash record back from its copy if torn\n"
+    "  recover [STORE]               put the record back from its copy if torn\n"
     "  shm [--json]                  the running board's shared identity block\n"
-    "STORE is a record file, or any path containing /dev/mtd for the flash\n"
+    "STORE is a record file, a partition image file (create --partition-size;\n"
+    "kept whole, as the flash), or any path containing /dev/mtd for the flash\n"
     "partition /dev/mtdblock3 (the default), as with hw_start's dev3_file=.\n"
     "Exit status: 0 success, 1 a problem found or a refusal, 2 usage error.\n";
 
@@ -39,7 +40,8 @@ constexpr const char kVerifyHelp[] =
     "two-digit lower-case hexadecimal groups joined by colons naming an\n"
     "address that is not all-zero, broadcast or multicast. Prints each\n"
     "problem as \"field: what\" on standard output and exits 1 when there is\n"
-    "one; prints nothing and exits 0 otherwise.\n";
+    "one; prints nothing and exits 0 otherwise. On a partition image also\n"
+    "a torn record block, a copy that holds another record, a damaged copy.\n";
 
 constexpr const char kCreateHelp[] =
     "usage: devinfo create FILE (--board-id ID --board-name NAME --mac MAC [--p2p-id ID]\n"
@@ -69,9 +71,11 @@ constexpr const char kSetHelp[] =
     "argument counts as FIELD=VALUE when it has a '=' with no '/' before it;\n"
     "write ./NAME for a store whose name has one.\n"
     "  --no-apply         write the store alone; eth0 and /config/mac stay as they are\n"
-    "  --force            go on with a record whose magic is wrong or that is short,\n"
-    "                     and write the magic\n"
-    "  --backup FILE      first save the 280 bytes read into FILE (a record file)\n"
+    "  --force            go on with a record whose magic is wrong, and with a file\n"
+    "                     that is neither a record nor a partition image (it\n"
+    "                     becomes a record file); write the magic\n"
+    "  --backup FILE      first save the 280 bytes read into FILE (a record file;\n"
+    "                     of a partition image, the whole image)\n"
     "  --in-place         flash of a single erase block (no room for a copy): erase\n"
     "                     and program the record in place, unprotected against a\n"
     "                     power cut\n"
@@ -79,14 +83,16 @@ constexpr const char kSetHelp[] =
     "                     devinfo did not write\n"
     "Refuses, leaving the store untouched: a value that does not fit its\n"
     "field (a MAC that verify refuses, a text over 31 characters, a bad board\n"
-    "id or GUID), a record whose magic is wrong (unless --force), a result\n"
+    "id or GUID), a record whose magic is wrong or a file that is neither a\n"
+    "280-byte record nor a partition image (unless --force), a result\n"
     "that verify would refuse (name the broken field to replace it), and on\n"
     "the flash a partition of one erase block or foreign data where the copy\n"
     "goes (unless the options above).\n"
     "Writes nothing when the record would not change (says \"unchanged\").\n"
     "Holds an exclusive flock on the store (on /dev/mtdblock3 for the flash\n"
     "store). A record file is replaced whole through a renamed temporary\n"
-    "file. The flash is written through its MTD device /dev/mtd3: first a\n"
+    "file; a partition image is saved in memory as the flash is, then\n"
+    "replaced whole. The flash is written through its MTD device /dev/mtd3: first a\n"
     "copy of the new record in the next good erase block (erased, programmed\n"
     "and read back), then the record's own erase block, so a power cut at any\n"
     "point leaves a whole record that `devinfo recover` puts in place. When a\n"
@@ -102,7 +108,8 @@ constexpr const char kRecoverHelp[] =
     "so, a whole record other than the copy's (one written back by hand).\n"
     "Never writes the copy; waits at most 3 s for the lock. Exit status 1\n"
     "when no whole record exists anywhere (it says so; nothing written) or\n"
-    "the restore failed. A record file, or a board without /dev/mtd3, has\n"
+    "the restore failed. A partition image file is repaired the same way and\n"
+    "replaced whole. A record file, or a board without /dev/mtd3, has\n"
     "nothing to recover: exit status 0, nothing said.\n";
 
 constexpr const char kShmHelp[] =

@@ -135,8 +135,12 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
 {
     struct stat st;
     StoreError error;
-    if (backup != nullptr && save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, &old,
-                                       sizeof old, &error) != SaveResult::saved) {
+    // A partition image is backed up whole, as it was read.
+    const CImageFlash *image = held.image();
+    const void *data = image != nullptr ? image->bytes() : static_cast<const void *>(&old);
+    const std::size_t size = image != nullptr ? image->size() : sizeof old;
+    if (backup != nullptr && save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, data, size,
+                                       &error) != SaveResult::saved) {
         report_error(backup, error);
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
@@ -228,13 +232,31 @@ int cmd_set(int argc, char *argv[])
         return kExitProblem;
     }
     const StoreRecord &old = held.held();
+    // Neither a record nor a partition image: saving a record over it
+    // would lose what it holds.
+    const bool odd = !held.is_flash() && old.image_erase == 0 && old.size != sizeof rec;
+    if (odd && !force) {
+        diag("refusing to change %s: it holds %zu bytes, neither a %zu-byte record nor a "
+             "partition image (erase blocks, the record's copy in block 1); --force writes a "
+             "record over it",
+             store, old.size, sizeof rec);
+        return kExitProblem;
+    }
     if ((rc = change_record(store, old.rec, old.size, force, list, count, &rec)) >= 0)
         return rc;
     // Nothing to write: no erase cycle, no window for a power cut.
-    if (std::memcmp(&rec, &old.rec, sizeof rec) == 0 && old.size == sizeof rec && !old.from_copy) {
+    // An image's copy must hold it too.
+    const bool whole =
+        old.image_erase == 0 || (old.copy_valid && old.image_action == Recovery::nothing);
+    if (std::memcmp(&rec, &old.rec, sizeof rec) == 0 && old.size == sizeof rec && !old.from_copy &&
+        whole) {
         diag("%s unchanged: it holds this record already", store_file(store));
         return kExitOk;
     }
+    if (odd)
+        diag("%s holds %zu bytes, neither a record nor a partition image: --force writes a "
+             "%zu-byte record in their place",
+             store, old.size, sizeof rec);
     if ((rc = save(store, held, old.rec, rec, backup, flash)) != kExitOk || no_apply)
         return rc;
     char mac[kTextFieldSize];
