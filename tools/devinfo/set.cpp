@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/text.h"
@@ -133,10 +132,12 @@ int change_record(const char *store, const dev_info &old, std::size_t size, bool
 int save(const char *store, CRecordStore &held, const dev_info &old, const dev_info &rec,
          const char *backup, const FlashOptions &options)
 {
-    struct stat st;
+    FilePlace place;
     StoreError error;
-    if (backup != nullptr && save_file(backup, ::stat(backup, &st) == 0 ? &st : nullptr, &old,
-                                       sizeof old, &error) != SaveResult::saved) {
+    if (backup != nullptr &&
+        (!find_place(backup, &place, &error) ||
+         save_file(place.dir.get(), place.name, place.found ? &place.st : nullptr, &old,
+                   sizeof old, &error) != SaveResult::saved)) {
         report_error(backup, error);
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
