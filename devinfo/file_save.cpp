@@ -136,11 +136,11 @@ bool splice_link(int link, char (&path)[kPathSize], const char *rest)
 
 // The root directory. By way of /proc/self/root when there is a /proc: an
 // emulator running the program with a library prefix (qemu -L) takes
-// "/" for that prefix, but not this name.
+// "/" for that prefix, but not this name. Without /proc, "/".
 int open_root()
 {
     const int fd = ::open("/proc/self/root", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    return fd >= 0 ? fd : ::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return fd >= 0 || errno != ENOENT ? fd : ::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
 } // namespace
