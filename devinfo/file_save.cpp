@@ -118,20 +118,21 @@ bool may_follow(const struct stat &link, const struct stat &dir)
 }
 
 // Puts the target of the link open (O_PATH) on `link` in front of `rest`,
-// what is left of the walk ("" or "/..."), into `path`. False, errno set,
-// when it does not fit.
+// what is left of `path` to walk ("" or "/..."). False, errno set, when
+// it does not fit.
 bool splice_link(int link, char (&path)[kPathSize], const char *rest)
 {
-    char target[kPathSize];
-    const ssize_t n = ::readlinkat(link, "", target, sizeof target);
+    char both[kPathSize];
+    const ssize_t n = ::readlinkat(link, "", both, sizeof both);
     if (n < 0)
         return false;
-    const int len = std::snprintf(path, sizeof path, "%.*s%s", static_cast<int>(n), target, rest);
-    if (static_cast<std::size_t>(n) < sizeof target && len >= 0 &&
-        static_cast<std::size_t>(len) < sizeof path)
-        return true;
+    const auto used = static_cast<std::size_t>(n);
+    const int len = std::snprintf(both + used, sizeof both - used, "%s", rest);
     errno = ENAMETOOLONG;
-    return false;
+    if (used >= sizeof both || len < 0 || static_cast<std::size_t>(len) >= sizeof both - used)
+        return false;
+    std::memcpy(path, both, used + static_cast<std::size_t>(len) + 1);
+    return true;
 }
 
 // The root directory. By way of /proc/self/root when there is a /proc: an
@@ -148,56 +149,58 @@ int open_root()
 bool find_place(const char *path, FilePlace *place, StoreError *err)
 {
     char walk[kPathSize];
-    char rest[kPathSize];
-    if (std::snprintf(walk, sizeof walk, "%s", path) >= static_cast<int>(sizeof walk))
+    if (std::strlen(path) >= sizeof walk)
         return err->set("open", ENAMETOOLONG);
+    std::strcpy(walk, path);
     unique_fd dir(walk[0] == '/' ? open_root() : ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     const char *at = walk;
     for (int links = 0; dir.ok();) {
-        at += std::strspn(at, "/");
-        const std::size_t len = std::strcspn(at, "/");
+        while (*at == '/')
+            ++at;
+        std::size_t len = 0;
+        while (at[len] != '\0' && at[len] != '/')
+            ++len;
+        errno = len == 0 ? EISDIR : ENAMETOOLONG;
         if (len == 0 || len > NAME_MAX)
-            return err->set("open", len == 0 ? EISDIR : ENAMETOOLONG);
+            break;
         std::memcpy(place->name, at, len);
         place->name[len] = '\0';
         at += len;
         const bool last = *at == '\0';
         unique_fd node(::openat(dir.get(), place->name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat &st = place->st;
-        if (!node.ok() && errno == ENOENT && last)
-            break; // a file to create
+        if (!node.ok() && errno == ENOENT && last) {
+            place->dir = std::move(dir); // a file to create
+            return true;
+        }
         if (!node.ok() || ::fstat(node.get(), &st) != 0)
-            return err->set("open", errno);
+            break;
         if (S_ISLNK(st.st_mode)) {
             struct stat dir_st;
             if (::fstat(dir.get(), &dir_st) != 0)
-                return err->set("open", errno);
+                break;
             if (!may_follow(st, dir_st))
                 return err->set(kLinkRefused, 0);
-            if (++links > kMaxLinks)
-                return err->set("open", ELOOP);
-            std::snprintf(rest, sizeof rest, "%s", at);
-            if (!splice_link(node.get(), walk, rest))
-                return err->set("open", errno);
+            errno = ELOOP;
+            if (++links > kMaxLinks || !splice_link(node.get(), walk, at))
+                break;
             at = walk;
             if (*at == '/')
                 dir.reset(open_root());
             continue;
         }
-        if (last && S_ISDIR(st.st_mode))
-            return err->set("open", EISDIR);
+        // A directory ends no path to a file; a file is no directory.
+        errno = last ? EISDIR : ENOTDIR;
+        if (last == S_ISDIR(st.st_mode))
+            break;
         if (last) {
             place->found = true;
-            break;
+            place->dir = std::move(dir);
+            return true;
         }
-        if (!S_ISDIR(st.st_mode))
-            return err->set("open", ENOTDIR);
         dir = std::move(node);
     }
-    if (!dir.ok())
-        return err->set("open", errno);
-    place->dir = std::move(dir);
-    return true;
+    return err->set("open", errno);
 }
 
 SaveResult save_file(int dir, const char *name, const struct stat *old, const void *data,
