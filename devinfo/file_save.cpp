@@ -141,7 +141,48 @@ bool splice_link(int link, char (&path)[kPathSize], const char *rest)
 int open_root()
 {
     const int fd = ::open("/proc/self/root", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    return fd >= 0 || errno != ENOENT ? fd : ::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT)
+        return ::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return fd;
+}
+
+// Takes the next name of the walk, from *at on, into `name`, and moves *at
+// behind it. False, errno set, when there is none (the path names a
+// directory) or it is too long.
+bool next_name(const char **at, char (&name)[NAME_MAX + 1])
+{
+    const char *p = *at;
+    while (*p == '/')
+        ++p;
+    std::size_t len = 0;
+    while (p[len] != '\0' && p[len] != '/')
+        ++len;
+    errno = len == 0 ? EISDIR : ENAMETOOLONG;
+    if (len == 0 || len > NAME_MAX)
+        return false;
+    std::memcpy(name, p, len);
+    name[len] = '\0';
+    *at = p + len;
+    return true;
+}
+
+// The link open on `link`, of status `st`, in `dir`: refused (kLinkRefused)
+// unless may_follow; else its target goes in front of what is left of the
+// walk (`rest`, in `walk`), and `dir` is the root for an absolute one.
+// False with *err set.
+bool follow_link(unique_fd &dir, int link, const struct stat &st, char (&walk)[kPathSize],
+                 const char *rest, StoreError *err)
+{
+    struct stat dir_st;
+    if (::fstat(dir.get(), &dir_st) != 0)
+        return err->set("open", errno);
+    if (!may_follow(st, dir_st))
+        return err->set(kLinkRefused, 0);
+    if (!splice_link(link, walk, rest))
+        return err->set("open", errno);
+    if (walk[0] == '/')
+        dir.reset(open_root());
+    return true;
 }
 
 } // namespace
@@ -154,18 +195,7 @@ bool find_place(const char *path, FilePlace *place, StoreError *err)
     std::strcpy(walk, path);
     unique_fd dir(walk[0] == '/' ? open_root() : ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     const char *at = walk;
-    for (int links = 0; dir.ok();) {
-        while (*at == '/')
-            ++at;
-        std::size_t len = 0;
-        while (at[len] != '\0' && at[len] != '/')
-            ++len;
-        errno = len == 0 ? EISDIR : ENAMETOOLONG;
-        if (len == 0 || len > NAME_MAX)
-            break;
-        std::memcpy(place->name, at, len);
-        place->name[len] = '\0';
-        at += len;
+    for (int links = 0; dir.ok() && next_name(&at, place->name);) {
         const bool last = *at == '\0';
         unique_fd node(::openat(dir.get(), place->name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat &st = place->st;
@@ -176,22 +206,17 @@ bool find_place(const char *path, FilePlace *place, StoreError *err)
         if (!node.ok() || ::fstat(node.get(), &st) != 0)
             break;
         if (S_ISLNK(st.st_mode)) {
-            struct stat dir_st;
-            if (::fstat(dir.get(), &dir_st) != 0)
-                break;
-            if (!may_follow(st, dir_st))
-                return err->set(kLinkRefused, 0);
-            errno = ELOOP;
-            if (++links > kMaxLinks || !splice_link(node.get(), walk, at))
-                break;
+            if (++links > kMaxLinks)
+                return err->set("open", ELOOP);
+            if (!follow_link(dir, node.get(), st, walk, at, err))
+                return false;
             at = walk;
-            if (*at == '/')
-                dir.reset(open_root());
             continue;
         }
         // A directory ends no path to a file; a file is no directory.
+        const bool is_dir = S_ISDIR(st.st_mode);
         errno = last ? EISDIR : ENOTDIR;
-        if (last == S_ISDIR(st.st_mode))
+        if (last == is_dir)
             break;
         if (last) {
             place->found = true;

@@ -20,8 +20,9 @@ bool read_record(const char *store, StoreRecord *out, StoreError *err)
                                  : lock_store(place.dir.get(), place.name, Access::read, err);
     if (err->step != nullptr)
         return false;
-    const unique_fd fd(flash ? ::open(kFlashDevice, O_RDONLY | O_CLOEXEC)
-                             : ::openat(place.dir.get(), place.name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const unique_fd fd(
+        flash ? ::open(kFlashDevice, O_RDONLY | O_CLOEXEC)
+              : ::openat(place.dir.get(), place.name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd.ok())
         return err->set("open", errno);
     CMtdFlash mtd;

@@ -55,7 +55,7 @@ struct FileHold {
     unique_fd file;
     bool missing = false;
     struct stat st = {}; // of the file, unless missing
-    StoreError err; // what failed
+    StoreError err;      // what failed
 };
 
 // Finds, locks and opens. False with h->err set; nothing written.

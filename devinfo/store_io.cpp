@@ -43,8 +43,8 @@ bool take_lock(int fd, Access access, StoreError *err)
 unique_fd lock_at(int dir, const char *lock, Access access, StoreError *err)
 {
     const bool write = access == Access::write;
-    unique_fd fd(::openat(dir, lock, (write ? O_RDWR | O_CREAT : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC,
-                          0600));
+    unique_fd fd(
+        ::openat(dir, lock, (write ? O_RDWR | O_CREAT : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC, 0600));
     struct stat st;
     const uid_t me = ::geteuid();
     const bool ours = fd.ok() && ::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode) &&

@@ -173,7 +173,8 @@ TEST_F(SaveTest, SavesFollowNoPlantedLinkAndTakeALockOnlyWritersHold)
     board.Put("/etc/secret", "SECRET", 0600);
     board.Put("/config/rec", MakeRecord(0x851, "IPC", kSandboxMac), 0640);
     board.Put("/tmp/rec", MakeRecord(0x851, "IPC", kSandboxMac));
-    const RunResult r = board.Run(R"sh(nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
+    const RunResult r =
+        board.Run(R"sh(nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
 dv() { $HW_RUNNER /sbin/devinfo "$@"; }
 nobody ln -s /etc/secret /tmp/bak.lnk; nobody ln -s /etc/secret /tmp/new.lnk
 dv set --no-apply --backup /tmp/bak.lnk /tmp/rec board_name=B; echo "backup $?"
@@ -186,7 +187,7 @@ dv set --no-apply /tmp/rec board_id=5; echo "nobody's flock $?"; dv set board_id
 for i in $(seq 20); do dv set --no-apply /tmp/rec board_name=N$i || echo "N$i failed"; done & a=$!
 for i in $(seq 20); do dv set --no-apply /tmp/rec p2p_id=P$i || echo "P$i failed"; done; wait $a
 dv get board_name /tmp/rec; dv get p2p_id /tmp/rec
-strace -f -qq -o /dev/null -e trace=renameat,renameat2 -e inject=renameat,renameat2:delay_enter=1500000 \
+r=renameat,renameat2; strace -f -qq -o /dev/null -e trace=$r -e inject=$r:delay_enter=1500000 \
   $HW_RUNNER /sbin/devinfo set --no-apply /tmp/rec p2p_id=SLOW & s=$!
 sleep 0.5; dv set --no-apply /tmp/rec board_id=7; echo "waited $?"; wait $s; echo "renamed $?"
 dv get p2p_id /tmp/rec; dv get board_id /tmp/rec; stat -c %a /tmp/rec
@@ -197,8 +198,10 @@ dv get p2p_id /tmp/rec; dv get board_id /tmp/rec; stat -c %a /tmp/rec
                      "nobody's flock 0\ndevinfo: /dev/mtdblock3: no MTD character device "
                      "/dev/mtd3: No such file or directory; nothing written\nN20\nP20\n"
                      "waited 0\nrenamed 0\nSLOW\n0x7\n644\n");
-    EXPECT_EQ(r.err, "devinfo: /tmp/bak.lnk" + refused + "\ndevinfo: no backup in /tmp/bak.lnk: "
-                     "/tmp/rec left as it was\ndevinfo: /tmp/new.lnk" + refused + "; nothing written\n");
+    EXPECT_EQ(r.err, "devinfo: /tmp/bak.lnk" + refused +
+                         "\ndevinfo: no backup in /tmp/bak.lnk: /tmp/rec left as it was\n"
+                         "devinfo: /tmp/new.lnk" +
+                         refused + "; nothing written\n");
     EXPECT_EQ(board.Read("/etc/secret"), "SECRET");
     EXPECT_EQ(board.Read("/config/rec"), MakeRecord(0x851, "L", kSandboxMac));
 }

@@ -136,8 +136,8 @@ int save(const char *store, CRecordStore &held, const dev_info &old, const dev_i
     StoreError error;
     if (backup != nullptr &&
         (!find_place(backup, &place, &error) ||
-         save_file(place.dir.get(), place.name, place.found ? &place.st : nullptr, &old,
-                   sizeof old, &error) != SaveResult::saved)) {
+         save_file(place.dir.get(), place.name, place.found ? &place.st : nullptr, &old, sizeof old,
+                   &error) != SaveResult::saved)) {
         report_error(backup, error);
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
