@@ -4,6 +4,7 @@
 // record_store.cpp so that hw_start links none of them.
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 
 #include "devinfo/record_store.h"
 #include "devinfo/store.h"
@@ -52,7 +53,7 @@ bool recover_image(const char *store, Recovered *out, StoreError *err)
     if (!hold_file(&h, store))
         return pass_on(err, h.err);
     if (h.missing ||
-        !read_image(h.lock.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
+        !read_image(h.file.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
         return h.missing;
     out->action = r.image_erase != 0 ? image.st.decision.action : Recovery::nothing;
     out->erased = image.st.decision.erased;
@@ -61,7 +62,7 @@ bool recover_image(const char *store, Recovered *out, StoreError *err)
         return true;
     if (!recover_flash(image.flash, image.st))
         return pass_on(err, image.st.err);
-    return save_to_file(h, store, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
+    return save_to_file(h, image.flash.bytes(), image.flash.size()) == SaveResult::saved ||
            pass_on(err, h.err);
 }
 
@@ -77,9 +78,19 @@ bool load_image(int fd, ImageHold *h)
 bool read_record(const char *store, StoreRecord *out, StoreError *err)
 {
     std::memset(out, 0, sizeof *out);
-    const unique_fd fd = lock_store(store, Access::read, err);
-    if (!fd.ok())
+    const bool flash = store_is_flash(store);
+    FilePlace place;
+    if (!flash && !find_place(store, &place, err))
         return false;
+    const unique_fd lock = flash ? lock_flash(Access::read, err)
+                                 : lock_store(place.dir.get(), place.name, Access::read, err);
+    if (err->step != nullptr)
+        return false;
+    const unique_fd fd(
+        flash ? ::open(kFlashDevice, O_RDONLY | O_CLOEXEC)
+              : ::openat(place.dir.get(), place.name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.ok())
+        return err->set("open", errno);
     CMtdFlash mtd;
     if (store_is_flash(store) && mtd.Open(kFlashMtdDevice, false) &&
         read_copy_choice(mtd, &out->rec, &out->copy)) {
@@ -106,7 +117,7 @@ bool CRecordStore::Open(const char *store)
 
 bool CRecordStore::Read()
 {
-    const int fd = file_.lock.get();
+    const int fd = file_.file.get();
     return flash_ || file_.missing ||
            (read_store(fd, store_, &held_.rec, &held_.size, &file_.err) &&
             read_image(fd, held_.size, &image_, &held_, &file_.err));
@@ -130,13 +141,13 @@ SaveResult CRecordStore::Save(const dev_info &rec, bool take_copy_block)
 
 SaveResult CRecordStore::SaveFile(const void *data, std::size_t size)
 {
-    return save_to_file(file_, store_, data, size);
+    return save_to_file(file_, data, size);
 }
 
 SaveResult CRecordStore::SaveInPlace(const dev_info &rec)
 {
     const SaveResult result = save_in_place(flash_hold_.mtd, flash_hold_.st, rec);
-    cache_kept_ = drop_block_cache(flash_hold_.lock.get());
+    cache_kept_ = drop_block_cache(flash_hold_.block.get());
     return result;
 }
 
@@ -151,11 +162,12 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
     CMtdFlash mtd;
     if (!mtd.Open(kFlashMtdDevice))
         return CMtdFlash::NoDevice(errno) || err->set("open /dev/mtd3", errno);
-    bool missing = false;
-    const unique_fd lock = lock_store(store, Access::write, err, &missing);
-    FlashState st;
-    if (!missing && !lock.ok())
+    const unique_fd lock = lock_flash(Access::write, err);
+    if (!lock.ok())
         return false;
+    // For its page cache; a board without the block device has none.
+    const unique_fd block(::open(kFlashDevice, O_RDONLY | O_CLOEXEC));
+    FlashState st;
     if (!load_flash(mtd, &st)) {
         *err = st.err;
         return false;
@@ -167,7 +179,7 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
         *err = st.err;
         return false;
     }
-    if (out->action == Recovery::restore && lock.ok())
-        out->cache_kept = drop_block_cache(lock.get());
+    if (out->action == Recovery::restore && block.ok())
+        out->cache_kept = drop_block_cache(block.get());
     return true;
 }

@@ -31,11 +31,12 @@ struct StoreRecord {
     bool copy_valid;
 };
 
-// The flash store held for a save: /dev/mtdblock3 locked exclusively and
-// the partition read through /dev/mtd3 (so a torn record block reads as
-// its copy's record).
+// The flash store held for a save: its lock file locked exclusively,
+// /dev/mtdblock3 open (for its page cache) and the partition read through
+// /dev/mtd3 (so a torn record block reads as its copy's record).
 struct FlashHold {
     unique_fd lock;
+    unique_fd block;
     CMtdFlash mtd;
     FlashState st; // st.err: what failed
 };
@@ -51,20 +52,24 @@ bool hold_flash(FlashHold *h);
 SaveResult save_flash(FlashHold &h, const dev_info &rec, bool take_copy_block, Refusal *refusal,
                       int *cache_kept);
 
-// A record file held for a save: locked exclusively; one that does not
-// exist yet is held too (`missing`).
+// A record file held for a save: its place found (find_place), its lock
+// file locked exclusively, then the file opened; one that does not exist
+// yet is held too (`missing`). The lock stays put while the file is
+// replaced and is held until the hold ends, after the read-back.
 struct FileHold {
+    FilePlace place;
     unique_fd lock;
+    unique_fd file;
     bool missing = false;
     struct stat st = {}; // of the file, unless missing
-    StoreError err; // what failed
+    StoreError err;      // what failed
 };
 
-// Takes the lock. False with h->err set; nothing written.
+// Finds, locks and opens. False with h->err set; nothing written.
 bool hold_file(FileHold *h, const char *path);
 
-// Replaces the held file at `path` by `size` bytes of `data` (save_file).
-SaveResult save_to_file(FileHold &h, const char *path, const void *data, std::size_t size);
+// Replaces the held file by `size` bytes of `data` (save_file).
+SaveResult save_to_file(FileHold &h, const void *data, std::size_t size);
 
 // --- record_admin.cpp: what devinfo alone does ----------------------------------
 

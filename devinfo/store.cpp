@@ -36,7 +36,7 @@ int do_read_dev_mtd(dev_info *rec)
     CMtdFlash mtd;
     const bool copy = mtd.Open(kFlashMtdDevice, false);
     StoreError unlocked; // a lock not had in 3 s: read all the same
-    const unique_fd lock = copy ? lock_store(kFlashDevice, Access::read, &unlocked) : unique_fd();
+    const unique_fd lock = copy ? lock_flash(Access::read, &unlocked) : unique_fd();
     unique_fd fd(::open(kFlashDevice, O_RDWR | O_CLOEXEC));
     ssize_t n = -1;
     if (!fd.ok()) {
@@ -108,7 +108,7 @@ int do_save_file(const char *path, const dev_info *rec)
 {
     FileHold hold;
     const SaveResult result =
-        hold_file(&hold, path) ? save_to_file(hold, path, rec, sizeof *rec) : SaveResult::unopened;
+        hold_file(&hold, path) ? save_to_file(hold, rec, sizeof *rec) : SaveResult::unopened;
     if (result != SaveResult::saved) {
         notice_error(__func__, path, hold.err);
         if (result == SaveResult::unopened)

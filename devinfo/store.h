@@ -36,7 +36,7 @@ int do_read_file(const char *path, dev_info *rec);
 
 // Replaces the file at `path` by one holding the 280 bytes, whole, under
 // the exclusive lock (a temporary file, fsync, rename, directory fsync; a
-// new file gets mode 0644 less the umask). -1 when it could not be saved
+// new file gets mode 0600). -1 when it could not be saved
 // ("open file ... failed" when it could not even be opened); the file
 // then holds what it held.
 int do_save_file(const char *path, const dev_info *rec);

@@ -1,6 +1,8 @@
 #include "devinfo/store_io.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -8,6 +10,8 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <utility>
 
 #include "devinfo/store.h"
 #include "log/log.h"
@@ -19,29 +23,45 @@ constexpr std::uint32_t kLockWaitMs = 3000;
 constexpr std::uint32_t kLockPollMs = 100;
 
 // Takes the flock, polling until kLockWaitMs passed. False with *err set.
-bool take_lock(int fd, Access access, std::uint32_t *waited, StoreError *err)
+bool take_lock(int fd, Access access, StoreError *err)
 {
     const int op = (access == Access::write ? LOCK_EX : LOCK_SH) | LOCK_NB;
-    for (;; *waited += kLockPollMs) {
+    for (std::uint32_t waited = 0;; waited += kLockPollMs) {
         if (::flock(fd, op) == 0)
             return true;
         if (errno == EINTR)
             continue;
         if (errno != EWOULDBLOCK)
             return err->set("lock", errno);
-        if (*waited >= kLockWaitMs)
+        if (waited >= kLockWaitMs)
             return err->set("locked by another process", 0);
         msleep(kLockPollMs);
     }
 }
 
-// True while `path` names the file open on `fd`.
-bool still_named(int fd, const char *path)
+// The lock file at `lock` (relative to `dir`), opened and locked.
+unique_fd lock_at(int dir, const char *lock, Access access, StoreError *err)
 {
-    struct stat open_st;
-    struct stat named_st;
-    return ::fstat(fd, &open_st) == 0 && ::stat(path, &named_st) == 0 &&
-           open_st.st_dev == named_st.st_dev && open_st.st_ino == named_st.st_ino;
+    const bool write = access == Access::write;
+    unique_fd fd(
+        ::openat(dir, lock, (write ? O_RDWR | O_CREAT : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC, 0600));
+    struct stat st;
+    const uid_t me = ::geteuid();
+    const bool ours = fd.ok() && ::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode) &&
+                      (st.st_uid == me || st.st_uid == 0);
+    if (!ours && !write)
+        return unique_fd(); // read unlocked
+    if (!ours) {
+        if (fd.ok())
+            err->set("its lock file belongs to another user", 0);
+        else
+            err->set("lock", errno);
+        return unique_fd();
+    }
+    // A lock file that others may open is one they could lock.
+    if (write && st.st_uid == me && (st.st_mode & 077) != 0)
+        ::fchmod(fd.get(), 0600);
+    return take_lock(fd.get(), access, err) ? std::move(fd) : unique_fd();
 }
 
 } // namespace
@@ -51,29 +71,20 @@ const char *store_file(const char *store)
     return store_is_flash(store) ? kFlashDevice : store;
 }
 
-unique_fd lock_store(const char *store, Access access, StoreError *err, bool *missing)
+unique_fd lock_store(int dir, const char *name, Access access, StoreError *err)
 {
-    const char *file = store_file(store);
-    // The flash is written through its MTD device: the block device is
-    // opened read-only for the lock alone, since a read-write open engages
-    // mtdblock's write cache.
-    const bool rw = access == Access::write && !store_is_flash(store);
-    const int flags = (rw ? O_RDWR : O_RDONLY) | O_CLOEXEC;
-    for (std::uint32_t waited = 0;;) {
-        unique_fd fd(::open(file, flags));
-        if (!fd.ok() && errno == ENOENT && missing != nullptr) {
-            *missing = true;
-            return fd;
-        }
-        if (!fd.ok()) {
-            err->set("open", errno);
-            return fd;
-        }
-        if (!take_lock(fd.get(), access, &waited, err))
-            return unique_fd();
-        if (store_is_flash(store) || still_named(fd.get(), file))
-            return fd;
+    char lock[NAME_MAX + 1];
+    const int len = std::snprintf(lock, sizeof lock, ".%s.lock", name);
+    if (len < 0 || static_cast<std::size_t>(len) >= sizeof lock) {
+        err->set("lock", ENAMETOOLONG);
+        return unique_fd();
     }
+    return lock_at(dir, lock, access, err);
+}
+
+unique_fd lock_flash(Access access, StoreError *err)
+{
+    return lock_at(AT_FDCWD, kFlashLock, access, err);
 }
 
 // A whole read or write of `size` bytes from `offset`: `move` is read or

@@ -17,16 +17,24 @@ enum class Access { read, write };
 // store, whatever path selected it.
 const char *store_file(const char *store);
 
-// Opens the store's file and takes a flock on it, waiting up to 3 s for
-// another process to let go (devinfo, or a board's save). A save replaces
-// a record file by renaming a new one over it, so the lock counts only
-// while the path still names the locked file; otherwise it starts again on
-// the file that replaced it.
-// The flash store is locked on /dev/mtdblock3 opened read-only (it is
-// written through its MTD device). Empty with *err set when the store
-// cannot be opened or locked; with `missing` given, a record file that
-// does not exist gives empty with *missing set instead.
-unique_fd lock_store(const char *store, Access access, StoreError *err, bool *missing = nullptr);
+// The flash store's lock file, beside the partition (/dev is devtmpfs on
+// the board): a file only root may open.
+inline constexpr char kFlashLock[] = "/dev/.mtdblock3.lock";
+
+// Takes a store's lock: a flock on its lock file, kFlashLock for the flash
+// or ".NAME.lock" beside the record file NAME in `dir` (never the record
+// itself, which a save replaces), waiting up to 3 s for another process
+// to let go (devinfo, or a board's save). Access::write: the lock file is
+// made when missing, mode 0600, never through a link, and must be a
+// regular file of the caller or of root (one that another user planted in
+// a sticky directory is refused), so a user who cannot write the store
+// cannot take the lock; an exclusive lock. Access::read: a shared lock
+// when the lock file is there and the caller may open it; otherwise empty
+// with *err untouched, and the caller reads unlocked (a record file is
+// replaced whole by a rename, a flash read takes the copy of a torn
+// record block). Empty with *err set when the lock cannot be had.
+unique_fd lock_store(int dir, const char *name, Access access, StoreError *err);
+unique_fd lock_flash(Access access, StoreError *err);
 
 // Seeks to `offset` of `fd` and reads up to `size` bytes, until end of
 // file. Returns the count, or -1 (errno set) on an error.

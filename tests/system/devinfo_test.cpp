@@ -152,7 +152,7 @@ TEST_F(DevinfoTest, VerifyFlagsEachProblemAndRefusalsLeaveStoresByteIdentical)
     Str script =
         kPrelude + R"(for s in /tmp/rec /dev/mtdblock3; do hw debug dev3_file=$s <&- >&- 2>&- &
   until [ -e /var/run/gui.args ]; do sleep 0.1; done; kill $!; rm /var/run/gui.args; done
-rm /var/log/sh.log; for s in /tmp/locked /dev/mtdblock3; do flock -s $s sleep 60 & done
+rm /var/log/sh.log; for s in /tmp/.locked.lock /dev/.mtdblock3.lock; do flock -s $s sleep 60 & done
 sleep 0.5; mkdir /tmp/o
 )";
     for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -269,7 +269,7 @@ run() { o=/tmp/old.${s##*/}; cp $o $s; rm -f /tmp/bak # LeakSanitizer cannot run
     >/tmp/err 2>&1; rc=$?
   echo "$s $row $rc $({ cmp -s $s $o && echo old; } || { cmp -s $s /tmp/new.${s##*/} && echo new; } \
     || echo torn) $(tr '\n' ' ' </tmp/err)"; }
-calls() { mawk -v s="\"$s\"" '{n = $1; sub(/\(.*/, "", n); k[n]++} index($0, s) {w = 1}
+calls() { mawk -v s="\"${s##*/}\"" '{n = $1; sub(/\(.*/, "", n); k[n]++} index($0, s) {w = 1}
     w && !/write\([12],/ {print n, k[n]}' /tmp/trace >/tmp/calls; mawk '{sub(/64$/, "", $1)
     sub(/^p/, "", $1); sub(/^rename.*/, "rename", $1)} /^(p?read|p?write|fsync|rename|ioctl)/ {
     printf "%s ", $1} END {print ""}' /tmp/calls >>/tmp/moves; }

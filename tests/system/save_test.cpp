@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -157,6 +159,51 @@ TEST_F(SaveTest, SavedRecordIsSyncedAndReadsBackWhole)
          Lines(board.Read("/tmp/trace.mtdblock3") + board.Read("/tmp/trace.mtdblock3.r")))
         calls += std::regex_replace(line, call, "$1 = $2; ");
     EXPECT_EQ(calls, "write = 280; fsync = 0; read = 280; ");
+}
+
+// devinfo as root beside an unprivileged user (nobody): links that nobody
+// planted in the sticky /tmp are not followed (the root-only file they
+// name stays as it was), a link root made in its own directory is; new
+// files are 0600; nobody's flock on the record or the partition stops no
+// save; sets run at once, and one held at its rename, each see the other's.
+TEST_F(SaveTest, SavesFollowNoPlantedLinkAndTakeALockOnlyWritersHold)
+{
+    std::ifstream in(HW_DEVINFO_BIN_DEFAULT, std::ios::binary);
+    board.Put("/sbin/devinfo", Str(std::istreambuf_iterator<char>(in), {}), 0755);
+    board.Put("/etc/secret", "SECRET", 0600);
+    board.Put("/config/rec", MakeRecord(0x851, "IPC", kSandboxMac), 0640);
+    board.Put("/tmp/rec", MakeRecord(0x851, "IPC", kSandboxMac));
+    const RunResult r =
+        board.Run(R"sh(nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
+dv() { $HW_RUNNER /sbin/devinfo "$@"; }
+nobody ln -s /etc/secret /tmp/bak.lnk; nobody ln -s /etc/secret /tmp/new.lnk
+dv set --no-apply --backup /tmp/bak.lnk /tmp/rec board_name=B; echo "backup $?"
+dv create /tmp/new.lnk --from /tmp/rec; echo "create $?"
+mkdir -p /mnt/mtd; ln -s /config/rec /mnt/mtd/rec; dv set --no-apply /mnt/mtd/rec board_name=L
+echo "root's link $? $(readlink /mnt/mtd/rec) $(stat -c %a /config/rec)"
+dv create /tmp/fresh --from /tmp/rec; echo "new file $(stat -c %a /tmp/fresh)"
+nobody flock /tmp/rec sleep 60 & nobody flock /dev/mtdblock3 sleep 60 & sleep 0.3
+dv set --no-apply /tmp/rec board_id=5; echo "nobody's flock $?"; dv set board_id=5 2>&1
+for i in $(seq 20); do dv set --no-apply /tmp/rec board_name=N$i || echo "N$i failed"; done & a=$!
+for i in $(seq 20); do dv set --no-apply /tmp/rec p2p_id=P$i || echo "P$i failed"; done; wait $a
+dv get board_name /tmp/rec; dv get p2p_id /tmp/rec
+r=renameat,renameat2; strace -f -qq -o /dev/null -e trace=$r -e inject=$r:delay_enter=1500000 \
+  $HW_RUNNER /sbin/devinfo set --no-apply /tmp/rec p2p_id=SLOW & s=$!
+sleep 0.5; dv set --no-apply /tmp/rec board_id=7; echo "waited $?"; wait $s; echo "renamed $?"
+dv get p2p_id /tmp/rec; dv get board_id /tmp/rec; stat -c %a /tmp/rec
+)sh");
+    const Str refused = ": a symbolic link on its way belongs to another user, in a world-writable "
+                        "sticky directory: not followed";
+    EXPECT_EQ(r.out, "backup 1\ncreate 1\nroot's link 0 /config/rec 640\nnew file 600\n"
+                     "nobody's flock 0\ndevinfo: /dev/mtdblock3: no MTD character device "
+                     "/dev/mtd3: No such file or directory; nothing written\nN20\nP20\n"
+                     "waited 0\nrenamed 0\nSLOW\n0x7\n644\n");
+    EXPECT_EQ(r.err, "devinfo: /tmp/bak.lnk" + refused +
+                         "\ndevinfo: no backup in /tmp/bak.lnk: /tmp/rec left as it was\n"
+                         "devinfo: /tmp/new.lnk" +
+                         refused + "; nothing written\n");
+    EXPECT_EQ(board.Read("/etc/secret"), "SECRET");
+    EXPECT_EQ(board.Read("/config/rec"), MakeRecord(0x851, "L", kSandboxMac));
 }
 
 } // namespace
