@@ -12,8 +12,12 @@
 
 int main(void)
 {
-    for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i)
-        system(commands[i]);
+    for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
+        /* As hw_start, it goes on whatever a command returned (FORTIFY
+         * marks system()'s result as one to be used). */
+        if (system(commands[i]) != 0)
+            continue;
+    }
     for (;;) {
         struct timeval tv = {1, 0};
         select(0, NULL, NULL, NULL, &tv);
