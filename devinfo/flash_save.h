@@ -15,7 +15,6 @@
 #include <cstdint>
 
 #include "devinfo/dev_info.h"
-#include "devinfo/file_save.h"
 #include "devinfo/flash.h"
 #include "devinfo/flash_copy.h"
 #include "devinfo/flash_read.h"

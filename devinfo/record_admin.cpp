@@ -6,8 +6,8 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "devinfo/io_path.h"
 #include "devinfo/record_store.h"
-#include "devinfo/store.h"
 #include "devinfo/store_io.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 
-#include "devinfo/store.h"
+#include "devinfo/io_path.h"
 #include "devinfo/store_io.h"
 
 bool hold_flash(FlashHold *h)

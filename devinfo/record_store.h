@@ -14,6 +14,7 @@
 #include "devinfo/flash_image.h"
 #include "devinfo/flash_read.h"
 #include "devinfo/flash_save.h"
+#include "devinfo/io_path.h"
 #include "devinfo/mtd_flash.h"
 #include "devinfo/store_error.h"
 

@@ -22,11 +22,6 @@ void notice_error(const char *func, const char *store, const StoreError &e)
 
 } // namespace
 
-bool store_is_flash(const char *path)
-{
-    return std::strstr(path, "/dev/mtd") != nullptr;
-}
-
 int do_read_dev_mtd(dev_info *rec)
 {
     log_notice_line(__func__, "enter!");

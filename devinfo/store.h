@@ -6,14 +6,7 @@
 #pragma once
 
 #include "devinfo/dev_info.h"
-
-// The flash store is always this partition, whatever else a store path
-// names: the path only selects it.
-inline constexpr char kFlashDevice[] = "/dev/mtdblock3";
-
-// True when `path` selects the flash store: it contains "/dev/mtd"
-// anywhere (case-sensitive); otherwise the path names a record file.
-bool store_is_flash(const char *path);
+#include "devinfo/io_path.h"
 
 // Reads bytes 0-279 of the partition into `rec`. -1 when it cannot be
 // opened or fewer than 280 bytes came; bytes that did come stay in `rec`.
