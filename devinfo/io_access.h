@@ -6,9 +6,9 @@
 #include <sys/types.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/dev_info.h"
 #include "devinfo/io_path.h"
-#include "devinfo/store_error.h"
+#include "devinfo/record.h"
+#include "devinfo/record_error.h"
 
 // Read-only under a shared lock (show, get, verify), or read-write under
 // an exclusive one (set, create).

@@ -9,8 +9,8 @@
 #include <sys/stat.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/dev_info.h"
-#include "devinfo/store_error.h"
+#include "devinfo/record.h"
+#include "devinfo/record_error.h"
 
 // Where a path leads: the directory the file is in (opened O_PATH) and
 // its name there, never a symbolic link; `found` with the file's status

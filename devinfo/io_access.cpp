@@ -1,4 +1,4 @@
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 
 #include <cerrno>
 #include <climits>
