@@ -6,7 +6,6 @@
 #include <sys/types.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/io_path.h"
 #include "devinfo/record.h"
 #include "devinfo/record_error.h"
 
