@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/devinfo.h"
 #include "hw_start/shmem_info.h"
 
 // shmget flags: IPC_CREAT with access bits 0604, without IPC_EXCL.

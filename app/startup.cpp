@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "ax630c_qm/signal.h"
-#include "devinfo/dev_info.h"
+#include "devinfo/devinfo.h"
 #include "log/log.h"
 #include "net/mac.h"
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "ax630c_qm/signal.h"
-#include "devinfo/store.h"
+#include "devinfo/devinfo.h"
 #include "log/log.h"
 #include "base/shell.h"
 #include "net/mac.h"

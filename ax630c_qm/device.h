@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "ax630c_qm/gpio.h"
-#include "devinfo/dev_info.h"
+#include "devinfo/devinfo.h"
 
 // What start-up and boot need of a board. Results are 0 for success.
 class CDevice {

@@ -1,6 +1,6 @@
 #include "devinfo/flash.h"
 
-#include "devinfo/dev_info.h"
+#include "devinfo/record.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // A flash partition as the record's saves, recovery and reads see it: its
 // geometry and the few operations they need. The MTD character device
-// (mtd_flash.h) and the tests' simulated flashes implement it.
+// (io_mtd.h) and the tests' simulated flashes implement it.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// How a reader finds the record's copy on a flash partition (flash_copy.h)
+// How a reader finds the record's copy on a flash partition (copy_block.h)
 // and takes the record: when a save was cut while the record block was
 // being erased or programmed and the copy is whole, the copy's new record
 // stands for the record block. Reads only what that needs - the copy's
@@ -11,9 +11,9 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/copy_block.h"
 #include "devinfo/flash.h"
-#include "devinfo/flash_copy.h"
+#include "devinfo/record.h"
 
 // The copy of a partition as read_copy found it.
 class CopyRead {

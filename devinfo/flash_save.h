@@ -1,6 +1,6 @@
 // Power-cut-safe saves and the start-time recovery of the record on a flash
 // partition, over the small flash interface of flash.h. The copy's format
-// and the choice between record and copy are flash_copy.h's.
+// and the choice between record and copy are copy_block.h's.
 //
 // A save reads the record block (erase block 0) and the copy block (the
 // first good erase block after it), then writes the copy - erase, program,
@@ -14,12 +14,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "devinfo/dev_info.h"
-#include "devinfo/file_save.h"
+#include "devinfo/copy_block.h"
 #include "devinfo/flash.h"
-#include "devinfo/flash_copy.h"
 #include "devinfo/flash_read.h"
-#include "devinfo/store_error.h"
+#include "devinfo/record.h"
+#include "devinfo/record_error.h"
 
 // What a save or recovery read from the partition, the buffers it writes
 // from, and what went wrong. Owns its memory.

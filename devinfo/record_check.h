@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/record.h"
 
 // The record's fields by name. magic_ok is derived (the magic itself is
 // not a value anyone sets); the others are stored fields.

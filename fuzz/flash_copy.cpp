@@ -12,7 +12,7 @@
 #include <cstring>
 #include <memory>
 
-#include "devinfo/flash_copy.h"
+#include "devinfo/copy_block.h"
 #include "devinfo/flash_read.h"
 
 namespace {

@@ -18,7 +18,7 @@
 #include <cstring>
 
 #include "ax630c_qm/device.h"
-#include "devinfo/dev_info.h"
+#include "devinfo/devinfo.h"
 #include "log/log.h"
 
 int main(int argc, char *argv[])

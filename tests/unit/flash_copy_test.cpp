@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "devinfo/flash_copy.h"
+#include "devinfo/copy_block.h"
 #include "devinfo/flash_read.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/record.h"
 
 // At most 31 characters and a NUL, the rest of the field cleared, the
 // neighbour untouched; a field without NUL reads as the empty text.

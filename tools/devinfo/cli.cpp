@@ -7,9 +7,7 @@
 #include <getopt.h>
 
 #include "ax630c_qm/device.h"
-#include "devinfo/record_check.h"
-#include "devinfo/store_error.h"
-#include "devinfo/store.h"
+#include "devinfo/devinfo.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/help.h"
 

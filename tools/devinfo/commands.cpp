@@ -7,9 +7,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
-#include "devinfo/record_store.h"
-#include "devinfo/store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/devinfo.h"
 #include "hw_start/shmem_info.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/fields.h"

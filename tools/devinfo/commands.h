@@ -10,7 +10,7 @@ int cmd_set(int argc, char *argv[]);
 int cmd_shm(int argc, char *argv[]);
 int cmd_recover(int argc, char *argv[]);
 
-#include "devinfo/record_store.h"
+#include "devinfo/devinfo.h"
 
 // How set and create may save to the flash where it leaves no safe way.
 struct FlashOptions {

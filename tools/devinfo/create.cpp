@@ -8,9 +8,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
-#include "devinfo/record_store.h"
-#include "devinfo/store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/devinfo.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/commands.h"
 #include "tools/devinfo/fields.h"

@@ -6,8 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "devinfo/dev_info.h"
-#include "devinfo/record_check.h"
+#include "devinfo/devinfo.h"
 
 // --- numbers --------------------------------------------------------------------
 

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/devinfo.h"
 #include "tools/devinfo/fields.h"
 #include "hw_start/shmem_info.h"
 

@@ -7,9 +7,7 @@
 #include <unistd.h>
 
 #include "base/text.h"
-#include "devinfo/record_store.h"
-#include "devinfo/store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/devinfo.h"
 #include "net/mac.h"
 #include "tools/devinfo/cli.h"
 #include "tools/devinfo/commands.h"

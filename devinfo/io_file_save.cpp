@@ -1,4 +1,4 @@
-#include "devinfo/file_save.h"
+#include "devinfo/io_file_save.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 
 const char kLinkRefused[] = "a symbolic link on its way belongs to another user, in a "
                             "world-writable sticky directory: not followed";

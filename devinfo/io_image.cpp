@@ -1,12 +1,12 @@
-#include "devinfo/flash_image.h"
+#include "devinfo/io_image.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
 
-#include "devinfo/flash_copy.h"
-#include "devinfo/store_io.h"
+#include "devinfo/copy_block.h"
+#include "devinfo/io_access.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
-#include "devinfo/record_store.h"
+#include "devinfo/devinfo.h"
 
 #include <cerrno>
 #include <fcntl.h>
 
-#include "devinfo/store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 
 bool hold_flash(FlashHold *h)
 {

@@ -1,4 +1,4 @@
-#include "devinfo/store_error.h"
+#include "devinfo/record_error.h"
 
 bool StoreError::set(const char *what, int error_)
 {

@@ -10,9 +10,6 @@
 #include "base/unique_fd.h"
 #include "devinfo/flash.h"
 
-// The character device of the flash store's partition (/dev/mtdblock3).
-inline constexpr char kFlashMtdDevice[] = "/dev/mtd3";
-
 class CMtdFlash final : public Flash {
 public:
     CMtdFlash() = default;

@@ -1,4 +1,4 @@
-#include "devinfo/dev_info.h"
+#include "devinfo/record.h"
 
 #include <cstring>
 

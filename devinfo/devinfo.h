@@ -1,21 +1,68 @@
-// The record's stores as every program uses them, the one way to read,
-// save and repair them: devinfo's commands and the board object both come
-// here. A store is a record file, or the flash partition /dev/mtdblock3
-// (selected by any path containing /dev/mtd), which holds the record's
-// copy and is written through its MTD device /dev/mtd3.
+// The record library as its programs use it: hw_start, the board object
+// and devinfo include this header alone. A store is a record file, or the
+// flash partition /dev/mtdblock3 (selected by any path containing
+// /dev/mtd), which holds the record's copy and is written through its MTD
+// device /dev/mtd3. Beneath it, from the bottom: the record, its field
+// rules and the library's results (record*); the copy block's format and
+// the choice between record block and copy (copy_block); saves, recovery
+// and reads over a small flash interface (flash*); the devices and files
+// (io_*). A file includes headers of its own layer or a lower one only
+// (scripts/layers checks it).
 #pragma once
 
 #include <cstddef>
 #include <sys/stat.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/dev_info.h"
-#include "devinfo/file_save.h"
-#include "devinfo/flash_image.h"
 #include "devinfo/flash_read.h"
 #include "devinfo/flash_save.h"
-#include "devinfo/mtd_flash.h"
-#include "devinfo/store_error.h"
+#include "devinfo/io_file_save.h"
+#include "devinfo/io_image.h"
+#include "devinfo/io_mtd.h"
+#include "devinfo/io_path.h"
+#include "devinfo/record.h"
+#include "devinfo/record_check.h"
+#include "devinfo/record_error.h"
+
+// --- devinfo_board.cpp: the board object's two stores --------------------------
+// The raw flash partition and a plain record file, as the board object
+// uses them. Every operation opens, moves the record and closes again;
+// nothing is cached. Results are 0 for success and -1 for failure; the
+// reason is told only by debug lines.
+
+// Reads bytes 0-279 of the partition into `rec`. -1 when it cannot be
+// opened or fewer than 280 bytes came; bytes that did come stay in `rec`.
+// With /dev/mtd3, under a shared lock against a save: a record block that
+// a cut save left erased or torn while its copy is whole reads as the
+// copy's new record (one debug line says so); nothing is written.
+int do_read_dev_mtd(dev_info *rec);
+
+// Writes `rec` to bytes 0-279 of the partition. With /dev/mtd3 as
+// devinfo saves (below): the copy first, then the record block,
+// under the exclusive lock; -1 when that save failed or was refused.
+// Without it, one write through /dev/mtdblock3 and fsync; -1 when it
+// cannot be opened or the write moved other than 280 bytes.
+int do_write_dev_mtd(const dev_info *rec);
+
+// Reads at most 280 bytes of the file at `path` into `rec`. -1 only when
+// the file cannot be opened: a short or failed read still gives 0, and the
+// bytes not delivered keep what the caller put there.
+int do_read_file(const char *path, dev_info *rec);
+
+// Replaces the file at `path` by one holding the 280 bytes, whole, under
+// the exclusive lock (a temporary file, fsync, rename, directory fsync; a
+// new file gets mode 0600). -1 when it could not be saved
+// ("open file ... failed" when it could not even be opened); the file
+// then holds what it held.
+int do_save_file(const char *path, const dev_info *rec);
+
+// The selection rule over the two stores, for reading and for saving.
+int dev_store_read(const char *path, dev_info *rec);
+int dev_store_save(const char *path, const dev_info *rec);
+
+// --- devinfo_hold.cpp: the stores held for a save ------------------------------
+// The one way to read, save and repair them: devinfo's commands and the
+// board object's saves both come here.
 
 // What a store holds.
 struct StoreRecord {
@@ -24,7 +71,7 @@ struct StoreRecord {
                       // flash and a partition image)
     bool from_copy;   // the flash's record block is torn: `rec` is the copy's
     CopyChoice copy;  // with from_copy
-    // A partition image file (flash_image.h): its erase size (else 0), what
+    // A partition image file (io_image.h): its erase size (else 0), what
     // recovery would do with it and whether its copy is whole.
     std::uint32_t image_erase;
     Recovery image_action;
@@ -71,7 +118,7 @@ bool hold_file(FileHold *h, const char *path);
 // Replaces the held file by `size` bytes of `data` (save_file).
 SaveResult save_to_file(FileHold &h, const void *data, std::size_t size);
 
-// --- record_admin.cpp: what devinfo alone does ----------------------------------
+// --- devinfo_admin.cpp: what devinfo alone does --------------------------------
 
 // A partition image file read for a save, a repair or a report.
 struct ImageHold {

@@ -9,17 +9,8 @@
 #include <sys/stat.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/dev_info.h"
-#include "devinfo/store_error.h"
-
-enum class SaveResult {
-    saved,    // the new record is stored, read back and checked
-    unopened, // the store, or a temporary file beside it, could not be
-              // opened: nothing was written
-    kept,     // failed before the store was touched: it holds what it held
-    unsure, // failed after the store was written: it may hold the new
-            // record (flash: in the copy at least) or the old one
-};
+#include "devinfo/record.h"
+#include "devinfo/record_error.h"
 
 // Where a path leads: the directory the file is in (opened O_PATH) and
 // its name there, never a symbolic link; `found` with the file's status

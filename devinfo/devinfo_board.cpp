@@ -1,4 +1,4 @@
-#include "devinfo/store.h"
+#include "devinfo/devinfo.h"
 
 #include <cerrno>
 #include <cstring>
@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/mtd_flash.h"
-#include "devinfo/record_store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 #include "log/log.h"
 
 namespace {
@@ -21,11 +19,6 @@ void notice_error(const char *func, const char *store, const StoreError &e)
 }
 
 } // namespace
-
-bool store_is_flash(const char *path)
-{
-    return std::strstr(path, "/dev/mtd") != nullptr;
-}
 
 int do_read_dev_mtd(dev_info *rec)
 {

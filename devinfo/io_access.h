@@ -6,16 +6,12 @@
 #include <sys/types.h>
 
 #include "base/unique_fd.h"
-#include "devinfo/dev_info.h"
-#include "devinfo/store_error.h"
+#include "devinfo/record.h"
+#include "devinfo/record_error.h"
 
 // Read-only under a shared lock (show, get, verify), or read-write under
 // an exclusive one (set, create).
 enum class Access { read, write };
-
-// The file that stands for the store: the partition itself for the flash
-// store, whatever path selected it.
-const char *store_file(const char *store);
 
 // The flash store's lock file, beside the partition (/dev is devtmpfs on
 // the board): a file only root may open.

@@ -1,14 +1,13 @@
 // What only devinfo does with the stores: reads for its reports, saves
 // in place where the flash has no room for a copy, partition image files
 // saved and repaired as the flash, and the recovery at start. Apart from
-// record_store.cpp so that hw_start links none of them.
+// devinfo_hold.cpp so that hw_start links none of them.
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 
-#include "devinfo/record_store.h"
-#include "devinfo/store.h"
-#include "devinfo/store_io.h"
+#include "devinfo/devinfo.h"
+#include "devinfo/io_access.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 
 #include <cerrno>
 #include <climits>
@@ -13,7 +13,7 @@
 
 #include <utility>
 
-#include "devinfo/store.h"
+#include "devinfo/io_path.h"
 #include "log/log.h"
 
 namespace {
@@ -65,11 +65,6 @@ unique_fd lock_at(int dir, const char *lock, Access access, StoreError *err)
 }
 
 } // namespace
-
-const char *store_file(const char *store)
-{
-    return store_is_flash(store) ? kFlashDevice : store;
-}
 
 unique_fd lock_store(int dir, const char *name, Access access, StoreError *err)
 {

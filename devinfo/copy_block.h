@@ -18,7 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "devinfo/dev_info.h"
+#include "devinfo/record.h"
 
 // The copy block's header; little-endian like the record (every board this
 // runs on is little-endian). CRC-32 (IEEE, as zlib) over bytes 0-27 of the

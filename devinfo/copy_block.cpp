@@ -1,4 +1,4 @@
-#include "devinfo/flash_copy.h"
+#include "devinfo/copy_block.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "devinfo/mtd_flash.h"
+#include "devinfo/io_mtd.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -6,7 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "devinfo/store_io.h"
+#include "devinfo/io_access.h"
 
 bool CMtdFlash::Open(const char *path, bool writable)
 {
