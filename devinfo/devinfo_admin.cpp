@@ -31,6 +31,14 @@ void take_state(const FlashState &st, StoreRecord *out)
     out->copy_valid = d.copy_valid;
 }
 
+// What the partition loaded in `st` needs, as recover_store says it.
+void take_finding(const FlashState &st, Recovered *out)
+{
+    out->action = st.decision.action;
+    out->erased = st.decision.erased;
+    out->sequence = st.decision.copy.sequence;
+}
+
 // Reads the file open on `fd` of `size` bytes as a partition image into
 // *out when it is one. False (*err set) when it could not be read.
 bool read_image(int fd, std::size_t size, ImageHold *h, StoreRecord *out, StoreError *err)
@@ -54,9 +62,9 @@ bool recover_image(const char *store, Recovered *out, StoreError *err)
     if (h.missing ||
         !read_image(h.file.get(), static_cast<std::size_t>(h.st.st_size), &image, &r, err))
         return h.missing;
-    out->action = r.image_erase != 0 ? image.st.decision.action : Recovery::nothing;
-    out->erased = image.st.decision.erased;
-    out->sequence = image.st.decision.copy.sequence;
+    if (r.image_erase == 0)
+        return true; // any other file: nothing to recover
+    take_finding(image.st, out);
     if (out->action != Recovery::restore)
         return true;
     if (!recover_flash(image.flash, image.st))
@@ -91,7 +99,7 @@ bool read_record(const char *store, StoreRecord *out, StoreError *err)
     if (!fd.ok())
         return err->set("open", errno);
     CMtdFlash mtd;
-    if (store_is_flash(store) && mtd.Open(kFlashMtdDevice, false) &&
+    if (flash && mtd.Open(kFlashMtdDevice, false) &&
         read_copy_choice(mtd, &out->rec, &out->copy)) {
         out->from_copy = true;
         out->size = sizeof out->rec;
@@ -99,7 +107,7 @@ bool read_record(const char *store, StoreRecord *out, StoreError *err)
     }
     ImageHold image;
     return read_store(fd.get(), store, &out->rec, &out->size, err) &&
-           (store_is_flash(store) || read_image(fd.get(), out->size, &image, out, err));
+           (flash || read_image(fd.get(), out->size, &image, out, err));
 }
 
 bool CRecordStore::Open(const char *store)
@@ -171,9 +179,7 @@ bool recover_store(const char *store, Recovered *out, StoreError *err)
         *err = st.err;
         return false;
     }
-    out->action = st.decision.action;
-    out->erased = st.decision.erased;
-    out->sequence = st.decision.copy.sequence;
+    take_finding(st, out);
     if (!recover_flash(mtd, st)) {
         *err = st.err;
         return false;

@@ -255,3 +255,13 @@ SaveResult save_file(int dir, const char *name, const struct stat *old, const vo
         return fail(SaveResult::unsure, "read-back", err);
     return SaveResult::saved;
 }
+
+SaveResult save_file_by_path(const char *path, const void *data, std::size_t size,
+                             StoreError *err)
+{
+    FilePlace place;
+    if (!find_place(path, &place, err))
+        return SaveResult::unopened;
+    return save_file(place.dir.get(), place.name, place.found ? &place.st : nullptr, data, size,
+                     err);
+}

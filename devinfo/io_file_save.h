@@ -47,3 +47,9 @@ bool find_place(const char *path, FilePlace *place, StoreError *err);
 // *err says what failed.
 SaveResult save_file(int dir, const char *name, const struct stat *old, const void *data,
                      std::size_t size, StoreError *err);
+
+// save_file of the file `path` leads to (find_place), unlocked: for a file
+// only its one writer saves, such as a backup. A refused link or a
+// directory that cannot be opened: unopened, *err set, nothing written.
+SaveResult save_file_by_path(const char *path, const void *data, std::size_t size,
+                             StoreError *err);

@@ -130,16 +130,12 @@ int change_record(const char *store, const dev_info &old, std::size_t size, bool
 int save(const char *store, CRecordStore &held, const dev_info &old, const dev_info &rec,
          const char *backup, const FlashOptions &options)
 {
-    FilePlace place;
     StoreError error;
     // A partition image is backed up whole, as it was read.
     const CImageFlash *image = held.image();
     const void *data = image != nullptr ? image->bytes() : static_cast<const void *>(&old);
     const std::size_t size = image != nullptr ? image->size() : sizeof old;
-    if (backup != nullptr &&
-        (!find_place(backup, &place, &error) ||
-         save_file(place.dir.get(), place.name, place.found ? &place.st : nullptr, data, size,
-                   &error) != SaveResult::saved)) {
+    if (backup != nullptr && save_file_by_path(backup, data, size, &error) != SaveResult::saved) {
         report_error(backup, error);
         diag("no backup in %s: %s left as it was", backup, store_file(store));
         return kExitProblem;
